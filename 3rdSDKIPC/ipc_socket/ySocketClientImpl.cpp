@@ -1,0 +1,190 @@
+#include <YumoClientSdk/ySocketClientImpl.h>
+
+#include <cerrno>
+#include <cstring>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "3rdSDKIPC/ipc_socket/ySocketDescriptor.h"
+#include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
+#include "sdk/ymLog.h"
+#include "sdk/ymTextRules.h"
+#include "sdk/ymThread.h"
+#include "sdk/ymWeakReference.h"
+
+struct ySocketClientImpl_SDK::DelegateReference : ymWeakReference<ySocketDelegate> {};
+
+namespace {
+
+// How the current thread prints, in the shape the log files have always shown.
+std::string currentThreadDescription()
+{
+    char name[32] = "";
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    char text[128];
+    snprintf(text, sizeof text, "<NSThread: %#lx>{number = %d, name = %s}",
+             static_cast<unsigned long>(pthread_self()), static_cast<int>(gettid()), name[0] ? name : "(null)");
+    return text;
+}
+
+}  // namespace
+
+std::shared_ptr<ySocketClientImpl_SDK> ySocketClientImpl_SDK::create()
+{
+    return std::shared_ptr<ySocketClientImpl_SDK>(new ySocketClientImpl_SDK());
+}
+
+ySocketClientImpl_SDK::ySocketClientImpl_SDK()
+    : _fd(std::make_unique<ySocketDescriptor>()), _delegate(std::make_unique<DelegateReference>()) {}
+
+ySocketClientImpl_SDK::~ySocketClientImpl_SDK()
+{
+    YM_LOG("%s.", "-[ySocketClientImpl_SDK dealloc]");
+    disconnect();
+}
+
+void ySocketClientImpl_SDK::connect()
+{
+    static const char *const kFn = "-[ySocketClientImpl_SDK connect]";
+    std::unique_lock<std::mutex> lock(_conditionLock);
+    if (_fd->load() >= 0) {
+        // Despite the words, nothing is closed: the connection and its reader stay as they are.
+        YM_LOG("%d is already connected. close it.", _fd->load());
+        _condition.notify_one();
+        return;
+    }
+    // The new socket is published only once it is connected: a send() that comes during the
+    // attempt waits for its outcome instead of writing into a socket that is not connected yet.
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) {
+        YM_LOG("%s: socket error!", kFn);
+        _condition.notify_one();
+        return;
+    }
+    auto fail = [&] {
+        closeUnpublished(fd);
+        _condition.notify_one();
+    };
+    if (!_socketPath) {
+        YM_LOG("%s: socketPath is nil", kFn);
+        fail();
+        return;
+    }
+    const std::string &path = *_socketPath;
+    size_t length = ymText::utf16Length(path);
+    if (length >= ySocketFraming::kMaximumPathLength) {
+        YM_LOG("%s: socket_path len = %ld, too long", kFn, static_cast<long>(length));
+        fail();
+        return;
+    }
+    struct sockaddr_un address;
+    std::memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), ySocketFraming::kAddressPathBytes);
+    // The length is taken from the whole path, not from what fitted into the address.
+    socklen_t addressLength = static_cast<socklen_t>(path.size() + offsetof(sockaddr_un, sun_path));
+    int connected;
+    do {
+        connected = ::connect(fd, reinterpret_cast<struct sockaddr *>(&address), addressLength);
+    } while (connected == -1 && errno == EINTR);
+    if (connected == -1) {
+        YM_LOG("%s: connect error", kFn);
+        fail();
+        return;
+    }
+    _fd->publish(fd);
+    _condition.notify_one();
+    lock.unlock();
+    YM_LOG("%s: connect %d success...", kFn, fd);
+    readUntilClosed();
+}
+
+void ySocketClientImpl_SDK::readUntilClosed()
+{
+    static const char *const kFn = "-[ySocketClientImpl_SDK connect]";
+    char buffer[ySocketFraming::kReadBufferSize];
+    std::memset(buffer, 0, sizeof buffer);
+    ySocketFraming::Gatherer gatherer;
+    for (;;) {
+        ssize_t count;
+        int fd;
+        {
+            // The descriptor is taken afresh for every read: a disconnect() from elsewhere ends
+            // the loop here.
+            ySocketDescriptor::Use use(*_fd);
+            fd = use.fd();
+            count = read(fd, buffer, ySocketFraming::kReadSize);
+        }
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        YM_LOG("%s:#### [%d]: [r%ld-b%ld]", kFn, fd, static_cast<long>(count), static_cast<long>(std::strlen(buffer)));
+        gatherer.takeChunk(buffer, delegate());
+        std::memset(buffer, 0, sizeof buffer);
+    }
+    disconnect();
+    YM_LOG("%s: connect finished", kFn);
+}
+
+bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
+{
+    static const char *const kFn = "-[ySocketClientImpl_SDK send:]";
+    if (_fd->load() < 0) {
+        YM_LOG("%s: socket connect %d is not ready, need connect it again!", kFn, _fd->load());
+        std::unique_lock<std::mutex> lock(_conditionLock);
+        if (!ymDetachThread([self = shared_from_this()] { self->connect(); }))
+            return false;
+        // One wake-up is taken as the attempt's outcome. The attempt cannot signal before this
+        // wait has released the lock, so the signal is never missed.
+        _condition.wait(lock);
+        lock.unlock();
+        if (!message || _fd->load() < 0)
+            return false;
+    } else if (!message) {
+        return false;
+    }
+    if (message->empty())
+        return false;
+
+    char buffer[ySocketFraming::kSendBufferSize];
+    size_t length = ySocketFraming::encode(message, buffer);
+    ssize_t written;
+    {
+        ySocketDescriptor::Use use(*_fd);
+        YM_LOG("%s: [%d]-[%ld]", kFn, use.fd(), static_cast<long>(length));
+        written = ::send(use.fd(), buffer, length, MSG_NOSIGNAL);
+    }
+    // A failed write of a non-empty text still answers YES; only an empty one is looked at.
+    if (length != 0 || written == 0)
+        return true;
+    YM_LOG("%s: write error!", kFn);
+    return false;
+}
+
+void ySocketClientImpl_SDK::disconnect()
+{
+    static const char *const kFn = "-[ySocketClientImpl_SDK disconnect]";
+    YM_LOG("%s", kFn);
+    int fd = _fd->withdraw();
+    if (fd >= 0) {
+        YM_LOG("%s: close socket %d, threadDict = %s", kFn, fd, currentThreadDescription().c_str());
+        _fd->closeWithdrawn(fd);
+    }
+}
+
+void ySocketClientImpl_SDK::closeUnpublished(int fd)
+{
+    // Logs as disconnect() does, for the socket of a failed attempt that was never published.
+    static const char *const kFn = "-[ySocketClientImpl_SDK disconnect]";
+    YM_LOG("%s", kFn);
+    YM_LOG("%s: close socket %d, threadDict = %s", kFn, fd, currentThreadDescription().c_str());
+    close(fd);
+}
+
+std::optional<std::string> ySocketClientImpl_SDK::socketPath() const { return _socketPath; }
+void ySocketClientImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath) { _socketPath = socketPath; }
+std::shared_ptr<ySocketDelegate> ySocketClientImpl_SDK::delegate() const { return _delegate->get(); }
+void ySocketClientImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _delegate->set(delegate); }

@@ -1,0 +1,10 @@
+# Applies the sanitizer chosen with YMSDK_SANITIZE to every target of the project.
+if(YMSDK_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(YMSDK_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT YMSDK_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "YMSDK_SANITIZE must be empty, 'address' or 'thread', not '${YMSDK_SANITIZE}'")
+endif()

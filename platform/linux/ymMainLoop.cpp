@@ -1,0 +1,172 @@
+// The main loop on epoll: an eventfd says "work is queued", and each source's descriptor is
+// watched with the events it asks for. The epoll descriptor itself is what a companion hooks
+// into its own loop.
+#include <YumoClientSdk/ymMainLoop.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <vector>
+
+struct ymMainLoop::State {
+    int epollFd = -1;
+    int wakeFd = -1;
+
+    std::mutex queueLock;
+    std::deque<std::function<void()>> queue;
+
+    std::mutex sourcesLock;
+    std::vector<std::shared_ptr<Source>> sources;
+
+    // One thread dispatches at a time; the same thread may dispatch again from a callback.
+    std::recursive_mutex dispatchLock;
+    std::atomic<bool> stopRequested{false};
+
+    void wake() const
+    {
+        uint64_t one = 1;
+        while (write(wakeFd, &one, sizeof one) < 0 && errno == EINTR) {
+        }
+    }
+
+    static uint32_t epollEventsOf(short pollEvents)
+    {
+        uint32_t events = 0;
+        if (pollEvents & POLLIN)
+            events |= EPOLLIN;
+        if (pollEvents & POLLOUT)
+            events |= EPOLLOUT;
+        return events;
+    }
+
+    void watch(const Source &source, int operation) const
+    {
+        struct epoll_event event = {};
+        event.events = epollEventsOf(source.pollEvents());
+        event.data.fd = source.fileDescriptor();
+        epoll_ctl(epollFd, operation, source.fileDescriptor(), &event);
+    }
+
+    int sourcesTimeout()
+    {
+        std::lock_guard<std::mutex> guard(sourcesLock);
+        int timeout = -1;
+        for (const auto &source : sources) {
+            int wanted = source->timeoutMilliseconds();
+            if (wanted >= 0 && (timeout < 0 || wanted < timeout))
+                timeout = wanted;
+        }
+        return timeout;
+    }
+};
+
+ymMainLoop &ymMainLoop::shared()
+{
+    // Never destroyed: reader threads may post to it while the process exits.
+    static ymMainLoop *loop = new ymMainLoop();
+    return *loop;
+}
+
+ymMainLoop::ymMainLoop() : _state(new State())
+{
+    _state->epollFd = epoll_create1(EPOLL_CLOEXEC);
+    _state->wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    struct epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.fd = _state->wakeFd;
+    epoll_ctl(_state->epollFd, EPOLL_CTL_ADD, _state->wakeFd, &event);
+}
+
+void ymMainLoop::post(std::function<void()> work)
+{
+    bool wasEmpty;
+    {
+        std::lock_guard<std::mutex> guard(_state->queueLock);
+        wasEmpty = _state->queue.empty();
+        _state->queue.push_back(std::move(work));
+    }
+    // A queue that already held work has already been signalled.
+    if (wasEmpty)
+        _state->wake();
+}
+
+int ymMainLoop::fileDescriptor() const { return _state->epollFd; }
+
+void ymMainLoop::addSource(const std::shared_ptr<Source> &source)
+{
+    std::lock_guard<std::mutex> guard(_state->sourcesLock);
+    _state->sources.push_back(source);
+    _state->watch(*source, EPOLL_CTL_ADD);
+}
+
+size_t ymMainLoop::dispatch()
+{
+    std::lock_guard<std::recursive_mutex> dispatching(_state->dispatchLock);
+
+    // Clear the signal before taking the queue: work posted after this point signals again.
+    uint64_t count;
+    while (read(_state->wakeFd, &count, sizeof count) < 0 && errno == EINTR) {
+    }
+    std::deque<std::function<void()>> ready;
+    {
+        std::lock_guard<std::mutex> guard(_state->queueLock);
+        ready.swap(_state->queue);
+    }
+    for (auto &work : ready)
+        if (work)
+            work();
+
+    std::vector<std::shared_ptr<Source>> sources;
+    {
+        std::lock_guard<std::mutex> guard(_state->sourcesLock);
+        sources = _state->sources;
+    }
+    for (const auto &source : sources) {
+        source->dispatch();
+        _state->watch(*source, EPOLL_CTL_MOD);  // the events it waits for may have changed
+    }
+    return ready.size();
+}
+
+bool ymMainLoop::runUntil(const std::function<bool()> &done, std::chrono::milliseconds timeout)
+{
+    using Clock = std::chrono::steady_clock;
+    const bool forever = timeout == std::chrono::milliseconds::max();
+    const Clock::time_point deadline = forever ? Clock::time_point::max() : Clock::now() + timeout;
+    for (;;) {
+        dispatch();
+        bool finished = done ? done() : false;
+        if (finished)
+            return true;
+        if (_state->stopRequested.exchange(false))
+            return finished;
+        int wait = -1;
+        if (!forever) {
+            auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            if (remaining.count() <= 0)
+                return finished;
+            wait = static_cast<int>(std::min<long long>(remaining.count() + 1, 60'000));
+        }
+        int sourceWait = _state->sourcesTimeout();
+        if (sourceWait >= 0 && (wait < 0 || sourceWait < wait))
+            wait = sourceWait;
+        struct epoll_event events[8];
+        epoll_wait(_state->epollFd, events, 8, wait);
+    }
+}
+
+void ymMainLoop::runFor(std::chrono::milliseconds duration) { runUntil(nullptr, duration); }
+
+void ymMainLoop::run() { runUntil(nullptr, std::chrono::milliseconds::max()); }
+
+void ymMainLoop::stop()
+{
+    _state->stopRequested = true;
+    _state->wake();
+}

@@ -1,0 +1,102 @@
+#include "platform/ymPropertyList.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <limits>
+
+namespace ymPropertyList {
+
+Node parse(const std::string &bytes, bool *isBinary)
+{
+    if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max())
+        return nullptr;
+    const uint32_t length = static_cast<uint32_t>(bytes.size());
+    plist_t root = nullptr;
+    bool binary = plist_is_binary(bytes.data(), length) != 0;
+    if (binary)
+        plist_from_bin(bytes.data(), length, &root);
+    else
+        plist_from_xml(bytes.data(), length, &root);
+    if (isBinary)
+        *isBinary = binary;
+    return Node(root);
+}
+
+Node readFile(const std::string &path, bool *isBinary)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return nullptr;
+    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (file.bad())
+        return nullptr;
+    return parse(bytes, isBinary);
+}
+
+std::string serialize(plist_t node, bool binary)
+{
+    char *bytes = nullptr;
+    uint32_t length = 0;
+    std::string result;
+    if (binary) {
+        plist_to_bin(node, &bytes, &length);
+        if (bytes)
+            result.assign(bytes, length);
+        plist_to_bin_free(bytes);
+    } else {
+        plist_to_xml(node, &bytes, &length);
+        if (bytes)
+            result.assign(bytes, length);
+        plist_to_xml_free(bytes);
+    }
+    return result;
+}
+
+std::optional<std::string> textOf(plist_t node)
+{
+    if (!node)
+        return std::nullopt;
+    char number[64];
+    switch (plist_get_node_type(node)) {
+    case PLIST_STRING: {
+        char *value = nullptr;
+        plist_get_string_val(node, &value);
+        if (!value)
+            return std::nullopt;
+        std::string text(value);
+        free(value);
+        return text;
+    }
+    case PLIST_UINT: {
+        uint64_t value = 0;
+        plist_get_uint_val(node, &value);
+        snprintf(number, sizeof number, "%" PRIu64, value);
+        return std::string(number);
+    }
+    case PLIST_REAL: {
+        double value = 0;
+        plist_get_real_val(node, &value);
+        snprintf(number, sizeof number, "%.17g", value);
+        return std::string(number);
+    }
+    case PLIST_BOOLEAN: {
+        uint8_t value = 0;
+        plist_get_bool_val(node, &value);
+        return std::string(value ? "1" : "0");
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+std::optional<std::string> textForKey(plist_t dictionary, const char *key)
+{
+    if (!dictionary || plist_get_node_type(dictionary) != PLIST_DICT)
+        return std::nullopt;
+    return textOf(plist_dict_get_item(dictionary, key));
+}
+
+}  // namespace ymPropertyList

@@ -1,0 +1,39 @@
+// Property lists (Info.plist files, defaults domains) in XML or binary form, on libplist.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <plist/plist.h>
+#include <string>
+
+namespace ymPropertyList {
+
+struct NodeFree {
+    void operator()(plist_t node) const
+    {
+        if (node)
+            plist_free(node);
+    }
+};
+// An owned property-list tree.
+using Node = std::unique_ptr<void, NodeFree>;
+
+// Parses XML or binary property-list bytes; null when they are neither. `isBinary`, when given,
+// tells which form they were in.
+Node parse(const std::string &bytes, bool *isBinary = nullptr);
+
+// Reads and parses a whole file; null when it is missing, unreadable or not a property list.
+Node readFile(const std::string &path, bool *isBinary = nullptr);
+
+// The node as XML or binary bytes.
+std::string serialize(plist_t node, bool binary);
+
+// A scalar as text, as a defaults value prints: strings as they are, integers and reals in
+// decimal, booleans as 1 or 0. Nothing for containers, data and dates.
+std::optional<std::string> textOf(plist_t node);
+
+// The value of `key` in a dictionary node as text (see textOf); nothing when the node is not a
+// dictionary or has no such key.
+std::optional<std::string> textForKey(plist_t dictionary, const char *key);
+
+}  // namespace ymPropertyList

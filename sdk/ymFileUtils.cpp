@@ -1,0 +1,95 @@
+#include <YumoClientSdk/ymFileUtils.h>
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/ymPropertyList.h"
+#include "sdk/ymFileSystem.h"
+
+BOOL ymIsFileExist(const char *path)
+{
+    return path && ymFileSystem::exists(path) ? YES : NO;
+}
+
+BOOL ymIsDirection(const char *path)
+{
+    return path && ymFileSystem::isDirectory(path) ? YES : NO;
+}
+
+BOOL ymDeleteFile(const char *path)
+{
+    if (!path || !ymFileSystem::exists(path) || !ymFileSystem::isDeletable(path))
+        return NO;
+    return ymFileSystem::removeItem(path) ? YES : NO;
+}
+
+const char *const *ymGetDirectoryItems(const char *path)
+{
+    thread_local std::vector<std::string> names;
+    thread_local std::vector<const char *> list;
+    if (!path || !ymFileSystem::isDirectory(path))
+        return nullptr;
+    std::optional<std::vector<std::string>> entries = ymFileSystem::contentsOfDirectory(path);
+    if (!entries)
+        return nullptr;
+    names = std::move(*entries);
+    list.clear();
+    for (const std::string &name : names)
+        list.push_back(name.c_str());
+    list.push_back(nullptr);
+    return list.data();
+}
+
+BOOL ymCreateDirection(const char *path)
+{
+    if (!path || ymFileSystem::exists(path))
+        return NO;
+    return ymFileSystem::createDirectory(path) ? YES : NO;
+}
+
+BOOL ymMoveFile(const char *sourcePath, const char *destinationPath)
+{
+    if (!sourcePath || !destinationPath || !ymIsFileExist(sourcePath))
+        return NO;
+    if (ymIsFileExist(destinationPath))
+        ymDeleteFile(destinationPath);  // when this fails, so does the move
+    return ymFileSystem::moveItem(sourcePath, destinationPath) ? YES : NO;
+}
+
+const char *ymGetFileVersion(const char *bundlePath)
+{
+    thread_local std::string version;
+    version.clear();
+    if (!bundlePath)
+        return version.c_str();
+    std::string infoPath = std::string(bundlePath) + "/Contents/Info.plist";
+    ymPropertyList::Node plist = ymPropertyList::readFile(infoPath);
+    if (std::optional<std::string> value = ymPropertyList::textForKey(plist.get(), "CFBundleVersion"))
+        version = std::move(*value);
+    return version.c_str();
+}
+
+int32_t ymGetFileSizeFromPath(const char *path)
+{
+    if (!path)
+        return 0;
+    struct stat status;
+    if (lstat(path, &status) != 0)
+        return 0;
+    return static_cast<int32_t>(static_cast<int64_t>(status.st_size));
+}
+
+BOOL ymCreateFile(const char *path, const char *content)
+{
+    if (!path)
+        return NO;
+    if (ymFileSystem::exists(path))
+        ymDeleteFile(path);
+    return ymFileSystem::writeFile(path, content ? content : "") ? YES : NO;
+}

@@ -1,0 +1,118 @@
+#include "sdk/ymIPCMessage.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "sdk/ymLog.h"
+#include "sdk/ymTextRules.h"
+
+namespace ymIPCMessage {
+namespace {
+
+const nlohmann::json *member(const nlohmann::json &object, const char *key)
+{
+    if (!object.is_object())
+        return nullptr;
+    auto found = object.find(key);
+    return found == object.end() ? nullptr : &*found;
+}
+
+// The value of `key` in the last element of "data" that has it.
+const nlohmann::json *lastInData(const nlohmann::json &message, const char *key)
+{
+    const nlohmann::json *data = member(message, "data");
+    if (!data || !data->is_array())
+        return nullptr;
+    const nlohmann::json *last = nullptr;
+    for (const nlohmann::json &element : *data)
+        if (const nlohmann::json *value = member(element, key))
+            last = value;
+    return last;
+}
+
+}  // namespace
+
+std::string presenceRequest(const char *version)
+{
+    std::string text = "{\"commandId\":1,\"from\":1,\"version\":\"";
+    text += version;
+    text += "\",\"data\":\"\"}";
+    return text;
+}
+
+std::string audioCommand(int32_t audioCmd, const std::optional<std::string> &deviceIndex,
+                         const std::optional<std::string> &deviceName, uint32_t usbVid, uint32_t usbPid,
+                         const char *version)
+{
+    char number[16];
+    std::string text = "{\"commandId\":2,\"from\":1,\"version\":\"";
+    text += version;
+    text += "\",\"data\":[{\"AudioCmd\":";
+    snprintf(number, sizeof number, "%" PRId32, audioCmd);
+    text += number;
+    text += "}],\"deviceIndex\":\"";
+    text += ymlog::describe(deviceIndex);
+    text += "\",\"deviceName\":\"";
+    text += ymlog::describe(deviceName);
+    text += "\",\"usbVid\":\"";
+    snprintf(number, sizeof number, "%" PRId32, static_cast<int32_t>(usbVid));
+    text += number;
+    text += "\",\"usbPid\":\"";
+    snprintf(number, sizeof number, "%" PRId32, static_cast<int32_t>(usbPid));
+    text += number;
+    text += "\"}";
+    return text;
+}
+
+int32_t commandId(const nlohmann::json &message)
+{
+    const nlohmann::json *value = member(message, "commandId");
+    return value ? static_cast<int32_t>(ymText::integerValueOf(*value)) : 0;
+}
+
+ResultReading result(const nlohmann::json &message)
+{
+    ResultReading reading;
+    const nlohmann::json *value = member(message, "result");
+    if (!value || !value->is_string())
+        return reading;
+    std::vector<std::string> parts = ymText::componentsSeparatedBy(value->get_ref<const std::string &>(), ":");
+    if (parts.size() != 2)
+        return reading;
+    reading.error = !ymText::boolValue(parts[0]);
+    reading.code = ymText::intValue(parts[0]);
+    reading.text = std::move(parts[1]);
+    return reading;
+}
+
+int32_t presenceStatus(const nlohmann::json &message)
+{
+    const nlohmann::json *value = lastInData(message, "PresenceStatus");
+    return value ? ymText::intValueOf(*value) : 0;
+}
+
+int32_t audioCmd(const nlohmann::json &message)
+{
+    const nlohmann::json *value = lastInData(message, "AudioCmd");
+    return value ? ymText::intValueOf(*value) : 0;
+}
+
+std::optional<std::string> deviceName(const nlohmann::json &message)
+{
+    const nlohmann::json *value = member(message, "deviceName");
+    if (!value || !value->is_string())
+        return std::nullopt;
+    return value->get<std::string>();
+}
+
+std::optional<std::string> deviceIndex(const nlohmann::json &message)
+{
+    const nlohmann::json *value = member(message, "deviceIndex");
+    if (!value)
+        return std::string("0");
+    if (!value->is_string())
+        return std::nullopt;
+    return value->get<std::string>();
+}
+
+}  // namespace ymIPCMessage

@@ -1,0 +1,49 @@
+#include <YumoClientSdk/YMSocketIPCHelper.h>
+#include <YumoClientSdk/ymFileUtils.h>
+#include <YumoClientSdk/ymLogHelper.h>
+
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "sdk/ymFileSystem.h"
+#include "sdk/ymTextRules.h"
+
+namespace {
+const char *const kLogFileName = "yumoclientsdk.log";
+const int32_t kLogSizeLimit = 102400;
+
+bool isAscii(const std::string &text)
+{
+    for (unsigned char c : text)
+        if (c >= 0x80)
+            return false;
+    return true;
+}
+}  // namespace
+
+void ymLogHelper::redirectNSLog(BOOL fresh)
+{
+    std::optional<std::string> directory = YMSocketIPCHelper_SDK::groupContainerDir();
+    if (!directory)
+        return;  // standard error stays where it is
+    if (!ymFileSystem::exists(*directory))
+        ymFileSystem::createDirectory(*directory);
+    std::string logPath = ymText::appendingPathComponent(*directory, kLogFileName);
+    if (ymFileSystem::exists(logPath) && ymFileSystem::isDeletable(logPath)) {
+        int32_t size = ymGetFileSizeFromPath(logPath.c_str());
+        if (fresh || size >= kLogSizeLimit)
+            ymFileSystem::removeItem(logPath);
+    }
+    // The path is converted as ASCII: one with other characters has no such form.
+    if (!isAscii(logPath))
+        return;
+    // Opened first and then put in place of descriptor 2 (as freopen with "a+" would, but a
+    // failure leaves standard error as it was instead of closed). Child processes inherit it.
+    int fd = open(logPath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return;
+    fflush(stderr);
+    dup2(fd, STDERR_FILENO);
+    close(fd);
+}

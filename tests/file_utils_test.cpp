@@ -1,0 +1,147 @@
+// The exported file functions, on real files under a temporary folder.
+#include <YumoClientSdk/ymFileUtils.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/ymPropertyList.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+class FileUtils : public ::testing::Test {
+protected:
+    ymtest::TemporaryDirectory folder;
+    std::string at(const std::string &name) const { return folder.path() + "/" + name; }
+
+    // A bundle whose Info.plist holds the given keys, in XML or binary form.
+    std::string makeBundle(const std::string &name, const std::optional<std::string> &version, bool binary)
+    {
+        std::string bundle = at(name);
+        EXPECT_EQ(ymCreateDirection((bundle + "/Contents").c_str()), YES);
+        ymPropertyList::Node info(plist_new_dict());
+        plist_dict_set_item(info.get(), "CFBundleIdentifier", plist_new_string("com.example.app"));
+        if (version)
+            plist_dict_set_item(info.get(), "CFBundleVersion", plist_new_string(version->c_str()));
+        ymtest::writeFile(bundle + "/Contents/Info.plist", ymPropertyList::serialize(info.get(), binary));
+        return bundle;
+    }
+};
+
+TEST_F(FileUtils, ExistenceOfFilesFoldersAndNothing)
+{
+    ymtest::writeFile(at("file"), "x");
+    EXPECT_EQ(ymIsFileExist(at("file").c_str()), YES);
+    EXPECT_EQ(ymIsFileExist(folder.path().c_str()), YES);
+    EXPECT_EQ(ymIsFileExist(at("missing").c_str()), NO);
+    EXPECT_EQ(ymIsFileExist(nullptr), NO);
+    EXPECT_EQ(ymIsDirection(folder.path().c_str()), YES);
+    EXPECT_EQ(ymIsDirection(at("file").c_str()), NO);
+    EXPECT_EQ(ymIsDirection(at("missing").c_str()), NO);
+    EXPECT_EQ(ymIsDirection(nullptr), NO);
+}
+
+TEST_F(FileUtils, CreatingAndDeletingFolders)
+{
+    std::string nested = at("a/b/c");
+    EXPECT_EQ(ymCreateDirection(nested.c_str()), YES);
+    EXPECT_EQ(ymIsDirection(nested.c_str()), YES);
+    EXPECT_EQ(ymCreateDirection(nested.c_str()), NO);  // already there: NO, yet it exists
+    EXPECT_EQ(ymIsDirection(nested.c_str()), YES);
+    EXPECT_EQ(ymCreateDirection(nullptr), NO);
+
+    ymtest::writeFile(nested + "/inside", "content");
+    EXPECT_EQ(ymDeleteFile(at("a").c_str()), YES);  // with everything in it
+    EXPECT_EQ(ymIsFileExist(at("a").c_str()), NO);
+    EXPECT_EQ(ymDeleteFile(at("a").c_str()), NO);
+    EXPECT_EQ(ymDeleteFile(nullptr), NO);
+}
+
+TEST_F(FileUtils, ListingAFolder)
+{
+    EXPECT_EQ(ymCreateDirection(at("list").c_str()), YES);
+    const char *const *empty = ymGetDirectoryItems(at("list").c_str());
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty[0], nullptr);
+
+    ymtest::writeFile(at("list/one"), "1");
+    EXPECT_EQ(ymCreateDirection(at("list/two").c_str()), YES);
+    ymtest::writeFile(at("list/two/deeper"), "not listed");
+    std::vector<std::string> names;
+    for (const char *const *item = ymGetDirectoryItems(at("list").c_str()); *item; ++item)
+        names.emplace_back(*item);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"one", "two"}));
+
+    ymtest::writeFile(at("plain"), "x");
+    EXPECT_EQ(ymGetDirectoryItems(at("plain").c_str()), nullptr);
+    EXPECT_EQ(ymGetDirectoryItems(at("missing").c_str()), nullptr);
+    EXPECT_EQ(ymGetDirectoryItems(nullptr), nullptr);
+}
+
+TEST_F(FileUtils, MovingReplacesTheDestination)
+{
+    ymtest::writeFile(at("source"), "new");
+    ymtest::writeFile(at("destination"), "old");
+    EXPECT_EQ(ymMoveFile(at("source").c_str(), at("destination").c_str()), YES);
+    EXPECT_EQ(ymtest::readFile(at("destination")), "new");
+    EXPECT_EQ(ymIsFileExist(at("source").c_str()), NO);
+
+    // A missing source leaves the destination alone.
+    EXPECT_EQ(ymMoveFile(at("source").c_str(), at("destination").c_str()), NO);
+    EXPECT_EQ(ymtest::readFile(at("destination")), "new");
+    EXPECT_EQ(ymMoveFile(nullptr, at("destination").c_str()), NO);
+    EXPECT_EQ(ymMoveFile(at("destination").c_str(), nullptr), NO);
+
+    // Folders move too, onto an existing folder.
+    EXPECT_EQ(ymCreateDirection(at("dirA/x").c_str()), YES);
+    EXPECT_EQ(ymCreateDirection(at("dirB/y").c_str()), YES);
+    EXPECT_EQ(ymMoveFile(at("dirA").c_str(), at("dirB").c_str()), YES);
+    EXPECT_EQ(ymIsDirection(at("dirB/x").c_str()), YES);
+    EXPECT_EQ(ymIsFileExist(at("dirB/y").c_str()), NO);
+}
+
+TEST_F(FileUtils, CreatingFilesAndReadingSizes)
+{
+    EXPECT_EQ(ymCreateFile(at("text").c_str(), "h\xc3\xa9llo"), YES);
+    EXPECT_EQ(ymtest::readFile(at("text")), "h\xc3\xa9llo");
+    EXPECT_EQ(ymGetFileSizeFromPath(at("text").c_str()), 6);
+    EXPECT_EQ(ymCreateFile(at("text").c_str(), "replaced"), YES);
+    EXPECT_EQ(ymtest::readFile(at("text")), "replaced");
+    EXPECT_EQ(ymCreateFile(at("empty").c_str(), nullptr), YES);
+    EXPECT_EQ(ymGetFileSizeFromPath(at("empty").c_str()), 0);
+    EXPECT_EQ(ymIsFileExist(at("empty").c_str()), YES);
+    EXPECT_EQ(ymCreateFile(nullptr, "x"), NO);
+    EXPECT_EQ(ymCreateFile(at("no/such/folder/file").c_str(), "x"), NO);
+
+    EXPECT_EQ(ymGetFileSizeFromPath(at("missing").c_str()), 0);
+    EXPECT_EQ(ymGetFileSizeFromPath(nullptr), 0);
+    // Beyond 2 GiB the size is cut to 32 bits: 2^32 + 5 bytes read as 5 (a sparse file).
+    int fd = open(at("huge").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, (1LL << 32) + 5), 0);
+    close(fd);
+    EXPECT_EQ(ymGetFileSizeFromPath(at("huge").c_str()), 5);
+    fd = open(at("huge").c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(ftruncate(fd, (1LL << 31) + 1), 0);
+    close(fd);
+    EXPECT_EQ(ymGetFileSizeFromPath(at("huge").c_str()), INT32_MIN + 1);
+}
+
+TEST_F(FileUtils, BundleVersionFromXmlOrBinaryInfoPlist)
+{
+    EXPECT_STREQ(ymGetFileVersion(makeBundle("xml.app", "5.6.0", false).c_str()), "5.6.0");
+    EXPECT_STREQ(ymGetFileVersion(makeBundle("binary.app", "4.2.1", true).c_str()), "4.2.1");
+    EXPECT_STREQ(ymGetFileVersion((makeBundle("slash.app", "7", false) + "/").c_str()), "7");
+    EXPECT_STREQ(ymGetFileVersion(makeBundle("nokey.app", std::nullopt, true).c_str()), "");
+
+    EXPECT_EQ(ymCreateDirection(at("bare.app").c_str()), YES);
+    EXPECT_STREQ(ymGetFileVersion(at("bare.app").c_str()), "");
+    EXPECT_EQ(ymCreateDirection(at("junk.app/Contents").c_str()), YES);
+    ymtest::writeFile(at("junk.app/Contents/Info.plist"), "<?xml version=\"1.0\"?><plist><dict><key>");
+    EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
+    EXPECT_STREQ(ymGetFileVersion(nullptr), "");
+}
+
+}  // namespace

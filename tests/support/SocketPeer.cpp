@@ -1,0 +1,72 @@
+#include "support/SocketPeer.h"
+
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace ymtest {
+namespace {
+
+sockaddr_un addressOf(const std::string &path)
+{
+    sockaddr_un address;
+    std::memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    return address;
+}
+
+}  // namespace
+
+int connectTo(const std::string &path)
+{
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = addressOf(path);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int listenOn(const std::string &path)
+{
+    unlink(path.c_str());
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = addressOf(path);
+    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(fd, 16) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int acceptOne(int listeningFd) { return accept4(listeningFd, nullptr, nullptr, SOCK_CLOEXEC); }
+
+bool writeText(int fd, const std::string &text)
+{
+    size_t done = 0;
+    while (done < text.size()) {
+        ssize_t written = send(fd, text.data() + done, text.size() - done, MSG_NOSIGNAL);
+        if (written <= 0)
+            return false;
+        done += static_cast<size_t>(written);
+    }
+    return true;
+}
+
+std::string readText(int fd, size_t length)
+{
+    std::string text;
+    char buffer[4096];
+    while (text.size() < length) {
+        ssize_t count = read(fd, buffer, std::min(sizeof buffer, length - text.size()));
+        if (count <= 0)
+            break;
+        text.append(buffer, static_cast<size_t>(count));
+    }
+    return text;
+}
+
+}  // namespace ymtest

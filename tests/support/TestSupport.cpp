@@ -1,0 +1,124 @@
+#include "support/TestSupport.h"
+
+#include <YumoClientSdk/ymMainLoop.h>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+#include <unistd.h>
+
+namespace ymtest {
+namespace {
+
+std::string makeTemporaryDirectory(const char *prefix)
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / prefix).string() + "XXXXXX";
+    if (!mkdtemp(pattern.data()))
+        throw std::runtime_error("mkdtemp failed");
+    return pattern;
+}
+
+}  // namespace
+
+TemporaryHome::TemporaryHome() : _path(makeTemporaryDirectory("ymhome-"))
+{
+    const char *home = std::getenv("HOME");
+    _hadHome = home != nullptr;
+    if (home)
+        _previousHome = home;
+    setenv("HOME", _path.c_str(), 1);
+}
+
+TemporaryHome::~TemporaryHome()
+{
+    if (_hadHome)
+        setenv("HOME", _previousHome.c_str(), 1);
+    else
+        unsetenv("HOME");
+    std::error_code ignored;
+    std::filesystem::remove_all(_path, ignored);
+}
+
+std::string TemporaryHome::groupContainer() const
+{
+    return _path + "/Library/Group Containers/Q4W7N2R8TX.YumoClient3rd";
+}
+
+TemporaryDirectory::TemporaryDirectory() : _path(makeTemporaryDirectory("ymtest-")) {}
+
+TemporaryDirectory::~TemporaryDirectory()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(_path, ignored);
+}
+
+CapturedStderr::CapturedStderr() : _path(makeTemporaryDirectory("ymlog-") + "/stderr.txt")
+{
+    fflush(stderr);
+    _savedFd = dup(STDERR_FILENO);
+    int fd = open(_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    dup2(fd, STDERR_FILENO);
+    close(fd);
+}
+
+CapturedStderr::~CapturedStderr()
+{
+    fflush(stderr);
+    if (_toDevNull) {
+        int devNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(devNull, STDERR_FILENO);
+        close(devNull);
+    } else {
+        dup2(_savedFd, STDERR_FILENO);
+    }
+    close(_savedFd);
+    std::error_code ignored;
+    std::filesystem::remove_all(std::filesystem::path(_path).parent_path(), ignored);
+}
+
+std::string CapturedStderr::text() const { return readFile(_path); }
+
+bool eventually(const std::function<bool()> &condition, std::chrono::milliseconds limit)
+{
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+bool runMainLoopUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit)
+{
+    return ymMainLoop::shared().runUntil(condition, limit);
+}
+
+std::string readFile(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+void writeFile(const std::string &path, const std::string &content)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << content;
+}
+
+int countLinesContaining(const std::string &text, const std::string &needle)
+{
+    std::istringstream lines(text);
+    int count = 0;
+    for (std::string line; std::getline(lines, line);)
+        if (line.find(needle) != std::string::npos)
+            ++count;
+    return count;
+}
+
+}  // namespace ymtest

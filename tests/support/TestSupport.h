@@ -1,0 +1,65 @@
+// What the tests share: a private $HOME, captured standard error, and waiting for conditions
+// that other threads or processes bring about.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+namespace ymtest {
+
+// A fresh folder that $HOME points at while the object lives; removed afterwards.
+class TemporaryHome {
+public:
+    TemporaryHome();
+    ~TemporaryHome();
+    const std::string &path() const { return _path; }
+    std::string groupContainer() const;
+
+private:
+    std::string _path;
+    std::string _previousHome;
+    bool _hadHome;
+};
+
+// A fresh temporary folder, removed with the object.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    const std::string &path() const { return _path; }
+
+private:
+    std::string _path;
+};
+
+// Sends descriptor 2 to a file while the object lives, and reads back what was written.
+class CapturedStderr {
+public:
+    CapturedStderr();
+    ~CapturedStderr();
+    std::string text() const;
+    // On destruction, send descriptor 2 to /dev/null instead of back to the terminal: for tests
+    // that leave a thread logging for the rest of the process.
+    void keepAwayFromTerminal() { _toDevNull = true; }
+
+private:
+    std::string _path;
+    int _savedFd;
+    bool _toDevNull = false;
+};
+
+// Polls `condition` until it holds or a generous limit passes; answers its last value. A limit
+// only ends a test that would otherwise hang: no test measures time with it.
+bool eventually(const std::function<bool()> &condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+// Runs the SDK's main loop until `condition` holds (or the same generous limit passes).
+bool runMainLoopUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+std::string readFile(const std::string &path);
+void writeFile(const std::string &path, const std::string &content);
+
+// Counts the lines of `text` that contain `needle`.
+int countLinesContaining(const std::string &text, const std::string &needle);
+
+}  // namespace ymtest
