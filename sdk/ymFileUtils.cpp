@@ -10,32 +10,32 @@
 #include <vector>
 
 #include "platform/ymPropertyList.h"
-#include "sdk/ymFileSystem.h"
+#include "platform/ymFileManager.h"
 
 BOOL ymIsFileExist(const char *path)
 {
-    return path && ymFileSystem::exists(path) ? YES : NO;
+    return path && ymFileManager::exists(path) ? YES : NO;
 }
 
 BOOL ymIsDirection(const char *path)
 {
-    return path && ymFileSystem::isDirectory(path) ? YES : NO;
+    return path && ymFileManager::isDirectory(path) ? YES : NO;
 }
 
 BOOL ymDeleteFile(const char *path)
 {
-    if (!path || !ymFileSystem::exists(path) || !ymFileSystem::isDeletable(path))
+    if (!path || !ymFileManager::exists(path) || !ymFileManager::isDeletable(path))
         return NO;
-    return ymFileSystem::removeItem(path) ? YES : NO;
+    return ymFileManager::removeItem(path) ? YES : NO;
 }
 
 const char *const *ymGetDirectoryItems(const char *path)
 {
     thread_local std::vector<std::string> names;
     thread_local std::vector<const char *> list;
-    if (!path || !ymFileSystem::isDirectory(path))
+    if (!path || !ymFileManager::isDirectory(path))
         return nullptr;
-    std::optional<std::vector<std::string>> entries = ymFileSystem::contentsOfDirectory(path);
+    std::optional<std::vector<std::string>> entries = ymFileManager::contentsOfDirectory(path);
     if (!entries)
         return nullptr;
     names = std::move(*entries);
@@ -48,9 +48,9 @@ const char *const *ymGetDirectoryItems(const char *path)
 
 BOOL ymCreateDirection(const char *path)
 {
-    if (!path || ymFileSystem::exists(path))
+    if (!path || ymFileManager::exists(path))
         return NO;
-    return ymFileSystem::createDirectory(path) ? YES : NO;
+    return ymFileManager::createDirectory(path) ? YES : NO;
 }
 
 BOOL ymMoveFile(const char *sourcePath, const char *destinationPath)
@@ -59,7 +59,7 @@ BOOL ymMoveFile(const char *sourcePath, const char *destinationPath)
         return NO;
     if (ymIsFileExist(destinationPath))
         ymDeleteFile(destinationPath);  // when this fails, so does the move
-    return ymFileSystem::moveItem(sourcePath, destinationPath) ? YES : NO;
+    return ymFileManager::moveItem(sourcePath, destinationPath) ? YES : NO;
 }
 
 const char *ymGetFileVersion(const char *bundlePath)
@@ -89,7 +89,7 @@ BOOL ymCreateFile(const char *path, const char *content)
 {
     if (!path)
         return NO;
-    if (ymFileSystem::exists(path))
+    if (ymFileManager::exists(path))
         ymDeleteFile(path);
-    return ymFileSystem::writeFile(path, content ? content : "") ? YES : NO;
+    return ymFileManager::writeFile(path, content ? content : "") ? YES : NO;
 }

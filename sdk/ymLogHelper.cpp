@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "sdk/ymFileSystem.h"
+#include "platform/ymFileManager.h"
 #include "sdk/ymTextRules.h"
 
 namespace {
@@ -27,13 +27,13 @@ void ymLogHelper::redirectNSLog(BOOL fresh)
     std::optional<std::string> directory = YMSocketIPCHelper_SDK::groupContainerDir();
     if (!directory)
         return;  // standard error stays where it is
-    if (!ymFileSystem::exists(*directory))
-        ymFileSystem::createDirectory(*directory);
+    if (!ymFileManager::exists(*directory))
+        ymFileManager::createDirectory(*directory);
     std::string logPath = ymText::appendingPathComponent(*directory, kLogFileName);
-    if (ymFileSystem::exists(logPath) && ymFileSystem::isDeletable(logPath)) {
+    if (ymFileManager::exists(logPath) && ymFileManager::isDeletable(logPath)) {
         int32_t size = ymGetFileSizeFromPath(logPath.c_str());
         if (fresh || size >= kLogSizeLimit)
-            ymFileSystem::removeItem(logPath);
+            ymFileManager::removeItem(logPath);
     }
     // The path is converted as ASCII: one with other characters has no such form.
     if (!isAscii(logPath))

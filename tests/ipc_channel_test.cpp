@@ -13,17 +13,7 @@
 
 namespace {
 
-class Collector : public YMSocketIPCChannelDelegate {
-public:
-    std::vector<std::string> messages;
-    std::vector<std::thread::id> threads;
-    int32_t onMessageRecieved(const std::optional<std::string> &message) override
-    {
-        messages.push_back(message.value_or("(null)"));
-        threads.push_back(std::this_thread::get_id());
-        return 0;
-    }
-};
+using Collector = ymtest::MessageCollector;
 
 TEST(IPCChannel, BoundaryRuleNeedsTheKeyAndAClosingBrace)
 {

@@ -5,6 +5,7 @@
 #ifndef YUMOCLIENTSDK_H
 #define YUMOCLIENTSDK_H
 
+#include "ymAppDefine.h"
 #include "ymBase.h"
 #include "ymFileUtils.h"
 #include "ymIPCMsgDefine.h"
@@ -18,8 +19,14 @@
 #include "ySocketDelegate.h"
 #include "ySocketServerImpl.h"
 #include "yStringUtils.h"
+#include "ymAPIErrorMgr.h"
+#include "ymAppHelper.h"
+#include "ymClientFeatureMgr.h"
+#include "ymIPCMsgMgr.h"
 #include "ymLogHelper.h"
 #include "ymMainLoop.h"
+#include "ymSdkDelegate.h"
+#include "ymSdkImplement.h"
 #endif
 
 #endif

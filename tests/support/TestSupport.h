@@ -4,9 +4,26 @@
 
 #include <chrono>
 #include <functional>
+#include <YumoClientSdk/YMSocketIPCChannelDelegate.h>
+#include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace ymtest {
+
+// A channel delegate that keeps every message it is handed and the thread it came on.
+class MessageCollector : public YMSocketIPCChannelDelegate {
+public:
+    std::vector<std::string> messages;
+    std::vector<std::thread::id> threads;
+    int32_t onMessageRecieved(const std::optional<std::string> &message) override
+    {
+        messages.push_back(message.value_or("(null)"));
+        threads.push_back(std::this_thread::get_id());
+        return 0;
+    }
+};
 
 // A fresh folder that $HOME points at while the object lives; removed afterwards.
 class TemporaryHome {

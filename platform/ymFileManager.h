@@ -1,4 +1,4 @@
-// The file-manager operations the SDK uses, on POSIX calls. Paths are plain UTF-8 texts.
+// The file manager: the file operations the SDK uses, on POSIX calls. Paths are plain UTF-8 texts.
 #pragma once
 
 #include <optional>
@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace ymFileSystem {
+namespace ymFileManager {
 
 // Anything at the path (a link counts when it points somewhere).
 bool exists(const std::string &path);
@@ -31,4 +31,4 @@ std::optional<std::vector<std::string>> contentsOfDirectory(const std::string &p
 // the bytes go to a temporary file beside it that is then renamed over it.
 bool writeFile(const std::string &path, std::string_view bytes);
 
-}  // namespace ymFileSystem
+}  // namespace ymFileManager

@@ -1,4 +1,4 @@
-#include "sdk/ymFileSystem.h"
+#include "platform/ymFileManager.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace ymFileSystem {
+namespace ymFileManager {
 namespace {
 
 std::string parentOf(const std::string &path)
@@ -142,4 +142,4 @@ bool writeFile(const std::string &path, std::string_view bytes)
     return true;
 }
 
-}  // namespace ymFileSystem
+}  // namespace ymFileManager

@@ -1,0 +1,43 @@
+#include "platform/ymBundle.h"
+
+#include "platform/ymPropertyList.h"
+
+namespace ymBundle {
+
+std::string infoPlistPath(const std::string &bundlePath) { return bundlePath + "/Contents/Info.plist"; }
+
+std::optional<std::string> infoValue(const std::string &bundlePath, const char *key)
+{
+    ymPropertyList::Node info = ymPropertyList::readFile(infoPlistPath(bundlePath));
+    return ymPropertyList::textForKey(info.get(), key);
+}
+
+std::optional<std::string> executablePath(const std::string &bundlePath)
+{
+    std::optional<std::string> name = infoValue(bundlePath, "CFBundleExecutable");
+    if (!name || name->empty() || name->find('/') != std::string::npos)
+        return std::nullopt;
+    std::string path = bundlePath;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path + "/Contents/MacOS/" + *name;
+}
+
+std::optional<std::string> bundleIdentifier(const std::string &bundlePath)
+{
+    return infoValue(bundlePath, "CFBundleIdentifier");
+}
+
+std::optional<std::string> bundlePathOfExecutable(const std::string &executablePath)
+{
+    static const std::string marker = ".app/Contents/MacOS/";
+    size_t found = executablePath.rfind(marker);
+    if (found == std::string::npos)
+        return std::nullopt;
+    // The executable itself lies directly in MacOS/, not deeper.
+    if (executablePath.find('/', found + marker.size()) != std::string::npos || found + marker.size() == executablePath.size())
+        return std::nullopt;
+    return executablePath.substr(0, found + 4);
+}
+
+}  // namespace ymBundle

@@ -1,0 +1,82 @@
+#include "platform/ymUserDefaults.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "platform/ymFileManager.h"
+
+namespace ymUserDefaults {
+
+std::optional<std::string> pathForDomain(const std::string &domain)
+{
+    const char *home = std::getenv("HOME");
+    if (!home || !*home || domain.empty() || domain.find('/') != std::string::npos)
+        return std::nullopt;
+    return std::string(home) + "/Library/Preferences/" + domain + ".plist";
+}
+
+ymPropertyList::Node persistentDomain(const std::string &domain)
+{
+    std::optional<std::string> path = pathForDomain(domain);
+    if (!path)
+        return nullptr;
+    ymPropertyList::Node root = ymPropertyList::readFile(*path);
+    if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
+        return nullptr;
+    return root;
+}
+
+namespace {
+
+// An exclusive flock held for the object's life.
+class DomainLock {
+public:
+    explicit DomainLock(const std::string &path)
+    {
+        _fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (_fd < 0)
+            return;
+        while (flock(_fd, LOCK_EX) != 0) {
+            if (errno != EINTR) {
+                close(_fd);
+                _fd = -1;
+                return;
+            }
+        }
+    }
+    ~DomainLock()
+    {
+        if (_fd >= 0)
+            close(_fd);  // releases the lock
+    }
+    bool held() const { return _fd >= 0; }
+
+private:
+    int _fd = -1;
+};
+
+}  // namespace
+
+bool updateDomain(const std::string &domain, const std::function<bool(plist_t dictionary)> &change)
+{
+    std::optional<std::string> path = pathForDomain(domain);
+    if (!path)
+        return false;
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(*path).parent_path(), ignored);
+    DomainLock lock(*path + ".lock");
+    if (!lock.held())
+        return false;
+    ymPropertyList::Node dictionary = persistentDomain(domain);
+    if (!dictionary)
+        dictionary.reset(plist_new_dict());
+    if (!change(dictionary.get()))
+        return true;
+    return ymFileManager::writeFile(*path, ymPropertyList::serialize(dictionary.get(), false));
+}
+
+}  // namespace ymUserDefaults

@@ -1,0 +1,156 @@
+#include "platform/ymWorkspace.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/ymBundle.h"
+
+extern char **environ;
+
+namespace ymWorkspace {
+namespace {
+
+bool hasPackageExtension(const std::string &path)
+{
+    std::string name = path;
+    while (name.size() > 1 && name.back() == '/')
+        name.pop_back();
+    size_t slash = name.find_last_of('/');
+    if (slash != std::string::npos)
+        name = name.substr(slash + 1);
+    size_t dot = name.find_last_of('.');
+    if (dot == std::string::npos || dot == 0)
+        return false;
+    std::string extension = name.substr(dot + 1);
+    for (const char *known : {"app", "bundle", "framework", "plugin", "pkg"})
+        if (extension == known)
+            return true;
+    return false;
+}
+
+// The executable of a process, or nothing when it cannot be read (another user's process, a
+// process that has just ended).
+std::optional<std::string> executableOf(const char *pid)
+{
+    char link[64];
+    snprintf(link, sizeof link, "/proc/%s/exe", pid);
+    char target[4096];
+    ssize_t length = readlink(link, target, sizeof target - 1);
+    if (length <= 0)
+        return std::nullopt;
+    std::string path(target, static_cast<size_t>(length));
+    static const std::string deleted = " (deleted)";
+    if (path.size() > deleted.size() && path.compare(path.size() - deleted.size(), deleted.size(), deleted) == 0)
+        path.resize(path.size() - deleted.size());
+    return path;
+}
+
+bool isProcessId(const char *name)
+{
+    if (!*name)
+        return false;
+    for (const char *c = name; *c; ++c)
+        if (*c < '0' || *c > '9')
+            return false;
+    return true;
+}
+
+std::optional<std::string> findBundleWithIdentifier(const std::string &folder, const std::string &bundleIdentifier)
+{
+    DIR *directory = opendir(folder.c_str());
+    if (!directory)
+        return std::nullopt;
+    std::optional<std::string> found;
+    while (struct dirent *entry = readdir(directory)) {
+        std::string candidate = folder + "/" + entry->d_name;
+        if (entry->d_name[0] == '.' || !isFilePackageAtPath(candidate))
+            continue;
+        if (ymBundle::bundleIdentifier(candidate) == bundleIdentifier) {
+            found = candidate;
+            break;
+        }
+    }
+    closedir(directory);
+    return found;
+}
+
+}  // namespace
+
+bool isFilePackageAtPath(const std::string &path)
+{
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && hasPackageExtension(path);
+}
+
+std::vector<RunningApplication> runningApplications()
+{
+    std::vector<RunningApplication> applications;
+    DIR *proc = opendir("/proc");
+    if (!proc)
+        return applications;
+    while (struct dirent *entry = readdir(proc)) {
+        if (!isProcessId(entry->d_name))
+            continue;
+        std::optional<std::string> executable = executableOf(entry->d_name);
+        if (!executable)
+            continue;
+        if (std::optional<std::string> bundle = ymBundle::bundlePathOfExecutable(*executable))
+            applications.push_back({static_cast<pid_t>(std::atoi(entry->d_name)), std::move(*bundle)});
+    }
+    closedir(proc);
+    return applications;
+}
+
+bool isApplicationRunning(const std::string &bundleIdentifier)
+{
+    for (const RunningApplication &application : runningApplications())
+        if (ymBundle::bundleIdentifier(application.bundlePath) == bundleIdentifier)
+            return true;
+    return false;
+}
+
+std::string userApplicationsDirectory()
+{
+    const char *home = std::getenv("HOME");
+    std::string path = home ? home : "";
+    while (!path.empty() && path.back() == '/')
+        path.pop_back();
+    return path + "/Applications";
+}
+
+std::optional<std::string> absolutePathForAppBundleWithIdentifier(const std::string &bundleIdentifier)
+{
+    if (std::optional<std::string> found = findBundleWithIdentifier("/Applications", bundleIdentifier))
+        return found;
+    return findBundleWithIdentifier(userApplicationsDirectory(), bundleIdentifier);
+}
+
+pid_t launchDetached(const std::string &executablePath, const std::vector<std::string> &arguments)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+
+    std::vector<char *> argv;
+    argv.push_back(const_cast<char *>(executablePath.c_str()));
+    for (const std::string &argument : arguments)
+        argv.push_back(const_cast<char *>(argument.c_str()));
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    int failed = posix_spawn(&pid, executablePath.c_str(), &actions, &attributes, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    return failed ? -1 : pid;
+}
+
+}  // namespace ymWorkspace

@@ -1,0 +1,26 @@
+// User defaults: one property list per domain, "$HOME/Library/Preferences/<domain>.plist".
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "platform/ymPropertyList.h"
+
+namespace ymUserDefaults {
+
+// The file that holds a domain.
+std::optional<std::string> pathForDomain(const std::string &domain);
+
+// The domain's dictionary as stored; null when there is no such domain, or its file is not a
+// property list holding a dictionary.
+ymPropertyList::Node persistentDomain(const std::string &domain);
+
+// Changes a domain as one step that no other process interleaves with: under an exclusive lock
+// on "<domain file>.lock" the domain is read (an empty dictionary when there is none, or when its
+// file is not a dictionary), `change` edits it in place and answers whether to write it, and the
+// result is written as XML to a temporary file that is then renamed over the domain's file, so
+// readers never see half a file. Answers false when the domain cannot be locked or written.
+bool updateDomain(const std::string &domain, const std::function<bool(plist_t dictionary)> &change);
+
+}  // namespace ymUserDefaults

@@ -1,0 +1,36 @@
+#include "support/FacadeFixture.h"
+
+#include <filesystem>
+
+#include "platform/ymPropertyList.h"
+
+namespace ymtest {
+namespace {
+std::string home() { return std::getenv("HOME") ? std::getenv("HOME") : ""; }
+std::string suitePath() { return home() + "/Library/Preferences/YumoClientSdk.ShareData.plist"; }
+}  // namespace
+
+std::vector<std::string> sharedDeviceTexts()
+{
+    std::vector<std::string> texts;
+    ymPropertyList::Node suite = ymPropertyList::readFile(suitePath());
+    plist_t array = suite ? plist_dict_get_item(suite.get(), "AudioDevice") : nullptr;
+    for (uint32_t i = 0; array && i < plist_array_get_size(array); ++i)
+        texts.push_back(ymPropertyList::textOf(plist_array_get_item(array, i)).value_or("(not a text)"));
+    return texts;
+}
+
+void writeSharedDeviceTexts(const std::vector<std::string> &texts)
+{
+    std::filesystem::create_directories(home() + "/Library/Preferences");
+    ymPropertyList::Node suite(plist_new_dict());
+    plist_t array = plist_new_array();
+    for (const std::string &text : texts)
+        plist_array_append_item(array, plist_new_string(text.c_str()));
+    plist_dict_set_item(suite.get(), "AudioDevice", array);
+    writeFile(suitePath(), ymPropertyList::serialize(suite.get(), false));
+}
+
+std::string sdkLog() { return readFile(home() + "/Library/Group Containers/Q4W7N2R8TX.YumoClient3rd/yumoclientsdk.log"); }
+
+}  // namespace ymtest

@@ -1,0 +1,249 @@
+// ymsim: the meeting client and its host process, simulated.
+//
+//   ymsim install --version V [--dir D]
+//       makes D/yumoapp.app (D defaults to $HOME/Applications): an Info.plist with the meeting
+//       client's identifier and CFBundleVersion V, and this program as Contents/MacOS/yumoapp.
+//
+//   <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet]
+//       plays the meeting client and the host process: listens on both sockets of the group
+//       container and observes the notification names they observe; answers every presence
+//       request with "result" R (default "1:OK") and "PresenceStatus" N (default 1), and turns
+//       every audio command into an audio event for the same device, each on the transport the
+//       request came by. Prints "ready" when serving and a line per message received (unless
+//       --quiet); runs until killed, or for S seconds.
+#include <YumoClientSdk/YumoClientSdk.h>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+#include "MessageStream.h"
+#include "platform/ymBundle.h"
+#include "platform/ymNotificationCenter.h"
+#include "platform/ymPropertyList.h"
+
+namespace {
+
+struct Options {
+    std::string result = "1:OK";
+    int presence = 1;
+    int seconds = -1;
+    bool quiet = false;
+};
+
+Options options;
+std::atomic<long> receivedCount{0};
+
+void usage()
+{
+    std::fprintf(stderr, "usage: ymsim install --version V [--dir D]\n"
+                         "       <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet]\n");
+}
+
+// ---- install ----
+
+int install(int argc, char **argv)
+{
+    std::string version;
+    const char *home = std::getenv("HOME");
+    std::string folder = std::string(home ? home : "") + "/Applications";
+    for (int i = 2; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--version") && i + 1 < argc)
+            version = argv[++i];
+        else if (!std::strcmp(argv[i], "--dir") && i + 1 < argc)
+            folder = argv[++i];
+        else {
+            usage();
+            return 64;
+        }
+    }
+    if (version.empty()) {
+        usage();
+        return 64;
+    }
+    std::string bundle = folder + "/" + kYumoClientAppName;
+    std::error_code error;
+    std::filesystem::create_directories(bundle + "/Contents/MacOS", error);
+    ymPropertyList::Node info(plist_new_dict());
+    plist_dict_set_item(info.get(), "CFBundleIdentifier", plist_new_string(kYumoappIdentify));
+    plist_dict_set_item(info.get(), "CFBundleExecutable", plist_new_string("yumoapp"));
+    plist_dict_set_item(info.get(), "CFBundleName", plist_new_string("yumoapp"));
+    plist_dict_set_item(info.get(), "CFBundleVersion", plist_new_string(version.c_str()));
+    plist_dict_set_item(info.get(), "CFBundleShortVersionString", plist_new_string(version.c_str()));
+    std::string xml = ymPropertyList::serialize(info.get(), false);
+    if (ymCreateFile((bundle + "/Contents/Info.plist").c_str(), xml.c_str()) != YES) {
+        std::fprintf(stderr, "ymsim: cannot write %s/Contents/Info.plist\n", bundle.c_str());
+        return 1;
+    }
+    // A copy of this very program, so that a running simulator is a process of the bundle.
+    std::string executable = bundle + "/Contents/MacOS/yumoapp";
+    std::filesystem::copy_file("/proc/self/exe", executable, std::filesystem::copy_options::overwrite_existing, error);
+    if (error) {
+        std::fprintf(stderr, "ymsim: cannot copy the simulator to %s: %s\n", executable.c_str(), error.message().c_str());
+        return 1;
+    }
+    std::filesystem::permissions(executable, std::filesystem::perms(0755), error);
+    std::printf("%s\n", bundle.c_str());
+    return 0;
+}
+
+// ---- serving ----
+
+void say(const char *format, const std::string &text)
+{
+    if (options.quiet)
+        return;
+    std::printf(format, text.c_str());
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+std::string presenceAnswer()
+{
+    nlohmann::json answer = {{"commandId", 1}, {"from", 2}, {"version", "1.0.0"}, {"result", options.result},
+                             {"data", nlohmann::json::array({{{"PresenceStatus", options.presence}}})}};
+    return answer.dump();
+}
+
+// The audio event for the device named in an audio command; nothing when it names none.
+std::optional<std::string> audioEvent(const nlohmann::json &command)
+{
+    nlohmann::json event = {{"commandId", 2}, {"from", 2}, {"version", "1.0.0"}};
+    int32_t audioCmd = 0;
+    if (auto data = command.find("data"); data != command.end() && data->is_array())
+        for (const nlohmann::json &element : *data)
+            if (element.is_object() && element.contains("AudioCmd") && element["AudioCmd"].is_number_integer())
+                audioCmd = element["AudioCmd"].get<int32_t>();
+    event["data"] = nlohmann::json::array({{{"AudioCmd", audioCmd}}});
+    for (const char *key : {"deviceIndex", "deviceName"})
+        if (auto value = command.find(key); value != command.end())
+            event[key] = *value;
+    return event.dump();
+}
+
+// Answers one message; `reply` sends the answer back the way the message came.
+void handle(const std::string &transport, const std::string &text, const std::function<void(const std::string &)> &reply)
+{
+    ++receivedCount;
+    say(("received " + transport + ": %s").c_str(), text);
+    std::optional<nlohmann::json> message = yStringUtils::toArrayOrNSDictionary(text);
+    if (!message || !message->is_object())
+        return;
+    int64_t commandId = message->value("commandId", 0);
+    if (commandId == 1) {
+        reply(presenceAnswer());
+    } else if (commandId == 2) {
+        if (std::optional<std::string> event = audioEvent(*message))
+            reply(*event);
+    }
+}
+
+class SocketPeer : public YMSocketIPCChannelDelegate {
+public:
+    SocketPeer(std::string name, const std::optional<std::string> &path) : _name(std::move(name))
+    {
+        _channel = YMSocketIPCChannel_SDK::ipcServerWithSocketPath(path);
+        if (_channel)
+            _channel->setDelegate(this);
+    }
+    bool listening() const { return _channel != nullptr; }
+    int32_t onMessageRecieved(const std::optional<std::string> &text) override
+    {
+        // Messages that arrived together come as one text.
+        for (const std::string &message : splitMessages(text.value_or("")))
+            handle("socket " + _name, message, [this](const std::string &answer) { _channel->sendMessage(answer); });
+        return 0;
+    }
+
+private:
+    std::string _name;
+    std::shared_ptr<YMSocketIPCChannel_SDK> _channel;
+};
+
+void observe(const char *listenName, const char *answerName, const std::string &label)
+{
+    std::string answer = answerName;
+    ymNotificationCenter::defaultCenter().addObserver(
+        listenName, [answer, label](const std::string &, const ymNotificationCenter::UserInfo &userInfo) {
+            auto content = userInfo.find(IPCMsg_CONTENT);
+            if (content == userInfo.end())
+                return;
+            handle("notification " + label, content->second, [answer](const std::string &reply) {
+                ymNotificationCenter::defaultCenter().post(answer, ymNotificationCenter::UserInfo{{IPCMsg_CONTENT, reply}});
+            });
+        });
+}
+
+int serve(int argc, char **argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--result") && i + 1 < argc)
+            options.result = argv[++i];
+        else if (!std::strcmp(argv[i], "--presence") && i + 1 < argc)
+            options.presence = std::atoi(argv[++i]);
+        else if (!std::strcmp(argv[i], "--seconds") && i + 1 < argc)
+            options.seconds = std::atoi(argv[++i]);
+        else if (!std::strcmp(argv[i], "--quiet"))
+            options.quiet = true;
+        else {
+            usage();
+            return 64;
+        }
+    }
+    std::optional<std::string> container = YMSocketIPCHelper_SDK::groupContainerDir();
+    if (!container) {
+        std::fprintf(stderr, "ymsim: no group container (is $HOME set?)\n");
+        return 1;
+    }
+    // The transport's own log lines go to a file of the simulator's, beside the SDK's log.
+    int log = open((*container + "/ymsim.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (log >= 0) {
+        dup2(log, STDERR_FILENO);
+        close(log);
+    }
+
+    SocketPeer client("client", YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient());
+    SocketPeer host("host", YMSocketIPCHelper_SDK::ipcSocketPathForYyHost());
+    observe(NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT, NOTIFY_IPC_YUMOCLIENT_TO_YUMOSDK, "client");
+    observe(NOTIFY_IPC_YUMOSDK_TO_YYHOST, NOTIFY_IPC_YYHOST_TO_YUMOSDK, "host");
+
+    // Serving starts once both sockets exist.
+    for (const std::optional<std::string> &path : {YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient(),
+                                                   YMSocketIPCHelper_SDK::ipcSocketPathForYyHost()})
+        for (int tries = 0; path && access(path->c_str(), F_OK) != 0 && tries < 5000; ++tries)
+            usleep(1000);
+    std::printf("ready\n");
+    std::fflush(stdout);
+
+    if (options.seconds >= 0)
+        ymMainLoop::shared().runFor(std::chrono::seconds(options.seconds));
+    else
+        ymMainLoop::shared().run();
+    if (options.quiet)
+        std::printf("received %ld\n", receivedCount.load());
+    return 0;
+}
+
+bool runsFromABundle()
+{
+    char executable[4096];
+    ssize_t length = readlink("/proc/self/exe", executable, sizeof executable - 1);
+    if (length <= 0)
+        return false;
+    return ymBundle::bundlePathOfExecutable(std::string(executable, static_cast<size_t>(length))).has_value();
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc >= 2 && !std::strcmp(argv[1], "install"))
+        return install(argc, argv);
+    if (runsFromABundle())
+        return serve(argc, argv);
+    usage();
+    return 64;
+}
