@@ -1,6 +1,11 @@
 #include <YumoClientSdk/ymAppHelper.h>
 
+#include <YumoClientSdk/CMD.h>
+#include <YumoClientSdk/ymFileUtils.h>
+
 #include "platform/ymBundle.h"
+#include "platform/ymGestalt.h"
+#include "platform/ymNotificationCenter.h"
 #include "platform/ymPropertyList.h"
 #include "platform/ymUserDefaults.h"
 #include "platform/ymWorkspace.h"
@@ -11,6 +16,9 @@ namespace {
 
 // A text variable that a companion may have set to NULL reads as empty.
 std::string textOf(const char *variable) { return variable ? variable : ""; }
+
+const char *const kLaunchURL = "yumoconf://meet.yumocorp.com/start";
+const int32_t kOldestSupportedOSVersion = 0x1060;
 
 }  // namespace
 
@@ -95,4 +103,169 @@ bool ymAppHelper::isYumoappInstalled()
 bool ymAppHelper::isYumoRunning()
 {
     return ymWorkspace::isApplicationRunning(getYumoappIdentifier());
+}
+
+bool ymAppHelper::LaunchYumoClient()
+{
+    static const char *const kFn = "-[ymAppHelper LaunchYumoClient]";
+    BOOL exists = NO;
+    std::optional<std::string> launchPath = getYumoappLaunchPath(&exists);
+    if (!launchPath || !exists) {
+        YM_LOG("Error, %s does not exist, quit!", ymlog::describe(launchPath));
+        return false;
+    }
+    if (isYumoRunning()) {
+        // Asked to come forward instead; it was not launched, and the answer says so.
+        YM_LOG("yumoapp is already running");
+        std::string url = kLaunchURL;
+        YM_LOG("%s: launchPath = %s, param = %s", kFn, launchPath->c_str(), url.c_str());
+        walkWithAlreadyRunningYumoapp(url);
+        return false;
+    }
+    if (launchPath->empty()) {
+        YM_LOG("%s: fileURL is nil!", kFn);
+        return false;
+    }
+    if (ymWorkspace::launchDetached(*launchPath) < 0) {
+        YM_LOG("%s: launch yumo client failed.", kFn);
+        return false;
+    }
+    return true;
+}
+
+void ymAppHelper::walkWithAlreadyRunningYumoapp(const std::optional<std::string> &url)
+{
+    ymNotificationCenter::UserInfo userInfo;
+    if (url && kParam_ActivateYumoApplicationExternally)
+        userInfo.emplace(kParam_ActivateYumoApplicationExternally, *url);
+    ymNotificationCenter::defaultCenter().post(textOf(kNoti_ActivateYumoApplicationExternally), userInfo);
+}
+
+void ymAppHelper::silentActiveYumoClient()
+{
+    static const char *const kFn = "-[ymAppHelper silentActiveYumoClient]";
+    if (isYumoRunning()) {
+        YM_LOG("%s: yumoapp is already running", kFn);
+        silentActiveAlreadyRunningYumoapp();
+    } else {
+        YM_LOG("%s: yumoapp is not running!", kFn);
+    }
+}
+
+void ymAppHelper::silentActiveAlreadyRunningYumoapp()
+{
+    ymNotificationCenter::defaultCenter().post(textOf(kNoti_SilentActiveYumoApplication), std::nullopt);
+}
+
+bool ymAppHelper::launchApplicationWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier)
+{
+    if (!bundleIdentifier)
+        return false;
+    std::optional<std::string> bundle = ymWorkspace::absolutePathForAppBundleWithIdentifier(*bundleIdentifier);
+    if (!bundle)
+        return false;
+    if (ymWorkspace::isApplicationRunning(*bundleIdentifier))
+        return true;  // launching a running application brings it forward
+    std::optional<std::string> executable = ymBundle::executablePath(*bundle);
+    return executable && ymWorkspace::launchDetached(*executable) >= 0;
+}
+
+bool ymAppHelper::isAppRunningWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier)
+{
+    return bundleIdentifier && ymWorkspace::isApplicationRunning(*bundleIdentifier);
+}
+
+bool ymAppHelper::isAppInstalledWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier)
+{
+    if (!bundleIdentifier)
+        return false;
+    std::optional<std::string> bundle = ymWorkspace::absolutePathForAppBundleWithIdentifier(*bundleIdentifier);
+    return bundle && !bundle->empty();
+}
+
+bool ymAppHelper::modifyBundleIdentify(const std::optional<std::string> &plistPath, const std::optional<std::string> &identifier)
+{
+    static const char *const kFn = "-[ymAppHelper modifyBundleIdentify:identifyName:]";
+    if (!ymIsFileExist(plistPath ? plistPath->c_str() : nullptr)) {
+        YM_LOG("%s: %s is not existed!", kFn, ymlog::describe(plistPath));
+        return false;
+    }
+    // The identifier and the path go in as they are: a quote in either breaks the command.
+    std::string command = std::string("/usr/libexec/PlistBuddy -c \"Set:CFBundleIdentifier ") +
+                          ymlog::describe(identifier) + "\" \"" + *plistPath + "\"";
+    if (CMD::runAsCommand_ret(command) != 0) {
+        YM_LOG("%s: failed!", kFn);
+        return false;
+    }
+    return true;
+}
+
+int32_t ymAppHelper::macOSVersion()
+{
+    int32_t response = 0;
+    if (ymGestalt::gestalt(ymGestalt::kSystemVersionSelector, &response) != 0)
+        return 0;
+    return response;
+}
+
+bool ymAppHelper::isSupportedOSVersion() { return macOSVersion() > kOldestSupportedOSVersion; }
+
+std::optional<std::string> ymAppHelper::OutlookVersion()
+{
+    std::optional<std::string> bundle = ymWorkspace::absolutePathForAppBundleWithIdentifier(textOf(keyOutlookIdentifier));
+    // Without Outlook the path prints "(null)" and names no file.
+    std::string infoPath = std::string(ymlog::describe(bundle)) + "/Contents/Info.plist";
+    std::optional<nlohmann::json> value = objectForPropertyListKey(std::string("CFBundleShortVersionString"), infoPath);
+    std::optional<std::string> version;
+    if (value && value->is_string())
+        version = value->get<std::string>();
+    if (version && !version->empty())
+        return version;
+    YM_LOG("%s: bundlePath [%s], shortVersion [%s]", "-[ymAppHelper OutlookVersion]", ymlog::describe(bundle),
+           ymlog::describe(version));
+    return version;
+}
+
+bool ymAppHelper::isSupportedOutlookVersion()
+{
+    std::optional<std::string> version = OutlookVersion();
+    if (!version)
+        return false;
+    std::vector<std::string> parts = ymText::componentsSeparatedBy(*version, ".");
+    int32_t major = ymText::intValue(parts[0]);
+    int32_t minor = parts.size() >= 2 ? ymText::intValue(parts[1]) : 0;
+    int32_t patch = parts.size() >= 3 ? ymText::intValue(parts[2]) : 0;
+    if (major != 14)
+        return major > 14;
+    if (minor != 1)
+        return minor > 1;
+    return patch > 3;
+}
+
+std::optional<nlohmann::json> ymAppHelper::objectForPropertyListKey(const std::optional<std::string> &key,
+                                                                     const std::optional<std::string> &filePath)
+{
+    if (!key || !filePath)
+        return std::nullopt;
+    ymPropertyList::Node root = ymPropertyList::readFile(*filePath);
+    if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
+        return std::nullopt;
+    plist_t value = plist_dict_get_item(root.get(), key->c_str());
+    if (!value)
+        return std::nullopt;
+    return ymPropertyList::toJSON(value);
+}
+
+bool ymAppHelper::launchOutlookApp() { return launchApplicationWithBundleIdentifier(textOf(keyOutlookIdentifier)); }
+
+bool ymAppHelper::isOutlookRunning() { return isAppRunningWithBundleIdentifier(textOf(keyOutlookIdentifier)); }
+
+bool ymAppHelper::isOutlookInstalled() { return isAppInstalledWithBundleIdentifier(textOf(keyOutlookIdentifier)); }
+
+std::optional<std::string> ymAppHelper::getSystemLanguage()
+{
+    std::optional<std::vector<std::string>> languages = ymUserDefaults::preferredLanguages();
+    if (!languages || languages->empty())
+        return std::nullopt;
+    return languages->front();
 }

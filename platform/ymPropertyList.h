@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <plist/plist.h>
 #include <string>
@@ -35,5 +36,9 @@ std::optional<std::string> textOf(plist_t node);
 // The value of `key` in a dictionary node as text (see textOf); nothing when the node is not a
 // dictionary or has no such key.
 std::optional<std::string> textForKey(plist_t dictionary, const char *key);
+
+// The node as JSON: dictionaries, arrays, strings, integers, reals and booleans as themselves;
+// data as its bytes in a string, dates as seconds since 2001-01-01 (a real).
+nlohmann::json toJSON(plist_t node);
 
 }  // namespace ymPropertyList

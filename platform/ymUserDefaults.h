@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/ymPropertyList.h"
 
@@ -15,6 +16,11 @@ std::optional<std::string> pathForDomain(const std::string &domain);
 // The domain's dictionary as stored; null when there is no such domain, or its file is not a
 // property list holding a dictionary.
 ymPropertyList::Node persistentDomain(const std::string &domain);
+
+// The user's preferred languages ("AppleLanguages"): the global domain's list when it is set,
+// otherwise the locale of the environment (LANGUAGE, then LC_ALL, LC_MESSAGES, LANG) as language
+// tags such as "en-US". Nothing when neither says anything.
+std::optional<std::vector<std::string>> preferredLanguages();
 
 // Changes a domain as one step that no other process interleaves with: under an exclusive lock
 // on "<domain file>.lock" the domain is read (an empty dictionary when there is none, or when its

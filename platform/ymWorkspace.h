@@ -29,8 +29,9 @@ std::string userApplicationsDirectory();
 // folder; nothing when there is none.
 std::optional<std::string> absolutePathForAppBundleWithIdentifier(const std::string &bundleIdentifier);
 
-// Starts the executable detached from this process (a session of its own, no wait) with the
-// caller's environment; its output goes to /dev/null. Answers the new process's id, or -1.
+// Starts the executable detached from this process (a session of its own, not a child of this
+// process, no wait) with the caller's environment; its standard streams are /dev/null. Answers
+// the new process's id, or -1 when it could not be started (exec failures included).
 pid_t launchDetached(const std::string &executablePath, const std::vector<std::string> &arguments = {});
 
 }  // namespace ymWorkspace

@@ -45,11 +45,17 @@ protected:
         hostSocket = ymtest::listenOn(*YMSocketIPCHelper_SDK::ipcSocketPathForYyHost());
         client = std::make_unique<RunningClient>(RunningClient::silent("5.6.0"));
     }
+    // A facade whose connection to the host socket is the one this test reads. Other companion
+    // processes connect to the same socket, so the facade's connection is taken first.
+    std::shared_ptr<ymSdkImplement> makeFacadeAsHostPeer()
+    {
+        auto facade = ymSdkImplement::create();
+        fromFacade = ymtest::acceptOne(hostSocket);
+        return facade;
+    }
     // Everything the facade sent to the host process, up to and including a marker command.
     std::string hostTrafficUntilMarker(ymSdkImplement &facade)
     {
-        if (fromFacade < 0)
-            fromFacade = ymtest::acceptOne(hostSocket);
         EXPECT_EQ(facade.SetAudioCmd(999, YMAudioDevice_s{"m", "Marker", 0, 0}), 0);
         std::string traffic;
         while (traffic.find(R"("deviceName":"Marker")") == std::string::npos) {
@@ -112,7 +118,7 @@ TEST_F(DeviceRegistry, MissingOrEmptyArgumentsAreRefused)
 TEST_F(DeviceRegistry, TwoCompanionsShareTheListButNotTheirDevices)
 {
     listenAsHost();
-    auto facade = ymSdkImplement::create();
+    auto facade = makeFacadeAsHostPeer();
     ASSERT_TRUE(facade->RegisterAudioDevice("Headset", "1", 2830, 3));
 
     // Another companion registers its speaker and quits without cleaning up.
@@ -144,7 +150,7 @@ TEST_F(DeviceRegistry, TwoCompanionsShareTheListButNotTheirDevices)
 TEST_F(DeviceRegistry, CleanupWalkPassesOverTheEntryAfterARemovedOne)
 {
     listenAsHost();
-    auto facade = ymSdkImplement::create();
+    auto facade = makeFacadeAsHostPeer();
     facade->addToDeviceArray("Headset", "1");
     // Two adjacent entries match the headset: the one with its index, then one without an index.
     ymtest::writeSharedDeviceTexts({entry("Headset", "1"), entry("Headset", std::nullopt), entry("Other", "5")});
@@ -169,7 +175,7 @@ TEST_F(DeviceRegistry, CleanupWalkPassesOverTheEntryAfterARemovedOne)
 TEST_F(DeviceRegistry, AdjacentEntriesOfTwoDevicesAreBothRemoved)
 {
     listenAsHost();
-    auto facade = ymSdkImplement::create();
+    auto facade = makeFacadeAsHostPeer();
     facade->addToDeviceArray("Headset", "1");
     facade->addToDeviceArray("Speaker", "2");
     ymtest::writeSharedDeviceTexts({entry("Headset", "1"), entry("Speaker", "2"), "not json"});
@@ -186,7 +192,7 @@ TEST_F(DeviceRegistry, AdjacentEntriesOfTwoDevicesAreBothRemoved)
 TEST_F(DeviceRegistry, EmptySharedListEmptiesThisProcessesListAndSendsNothing)
 {
     listenAsHost();
-    auto facade = ymSdkImplement::create();
+    auto facade = makeFacadeAsHostPeer();
     facade->addToDeviceArray("Headset", "1");
     facade->CleanupAudioDevices();
     EXPECT_FALSE(facade->isRegisteredDevice("Headset", "1"));
@@ -204,9 +210,8 @@ TEST_F(DeviceRegistry, ReleasingAFacadeCleansUpItsDevices)
 {
     listenAsHost();
     {
-        auto facade = ymSdkImplement::create();
+        auto facade = makeFacadeAsHostPeer();
         ASSERT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1));
-        fromFacade = ymtest::acceptOne(hostSocket);
     }
     EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
     std::string release = releaseOf("1", "Headset");

@@ -4,6 +4,7 @@
 // process table, so a client installed, removed, launched or quit is seen by the next call.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
@@ -44,6 +45,74 @@ public:
 
     // YES when a running process belongs to a bundle with the meeting client's identifier.
     bool isYumoRunning();
+
+    // ---- Launching and activating the meeting client ----
+
+    // Starts the meeting client's executable, detached, without waiting for it. YES only when a
+    // new instance was started. When the client already runs it is handed the launch URL
+    // ("yumoconf://meet.yumocorp.com/start") with the activation notification instead, and the
+    // answer is NO. NO also when the client is not installed or cannot be started.
+    bool LaunchYumoClient();
+
+    // Posts the activation notification (kNoti_ActivateYumoApplicationExternally) with the URL
+    // under kParam_ActivateYumoApplicationExternally. Nothing is awaited.
+    void walkWithAlreadyRunningYumoapp(const std::optional<std::string> &url);
+
+    // Asks a running meeting client to activate silently; never starts one.
+    void silentActiveYumoClient();
+
+    // Posts the silent-activation notification (kNoti_SilentActiveYumoApplication).
+    void silentActiveAlreadyRunningYumoapp();
+
+    // Starts the first application with the identifier in /Applications or ~/Applications (YES
+    // also when it already runs). NO when there is none or it cannot be started.
+    bool launchApplicationWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
+
+    // YES when a running process belongs to a bundle with the identifier.
+    bool isAppRunningWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
+
+    // YES when an application with the identifier is in /Applications or ~/Applications.
+    bool isAppInstalledWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
+
+    // Sets CFBundleIdentifier in the property list with
+    //     /usr/libexec/PlistBuddy -c "Set:CFBundleIdentifier <identifier>" "<path>"
+    // (nothing in it is escaped). YES when the tool succeeded; NO when the file is missing or the
+    // tool failed.
+    bool modifyBundleIdentify(const std::optional<std::string> &plistPath, const std::optional<std::string> &identifier);
+
+    // ---- Outlook and the operating system ----
+
+    // The packed system version (0x1068 for 10.6.8) from Gestalt; 0 when it fails, as it always
+    // does on this platform.
+    int32_t macOSVersion();
+
+    // YES when macOSVersion() is above 0x1060.
+    bool isSupportedOSVersion();
+
+    // Outlook's CFBundleShortVersionString; nil (or empty) when Outlook, its Info.plist or the key
+    // is missing.
+    std::optional<std::string> OutlookVersion();
+
+    // YES for Outlook 14.1.4 and later (components compared as signed numbers).
+    bool isSupportedOutlookVersion();
+
+    // The value of a top-level key of a property list (XML or binary), as JSON; nil when the file
+    // is missing or not a property list, or has no such key.
+    std::optional<nlohmann::json> objectForPropertyListKey(const std::optional<std::string> &key,
+                                                           const std::optional<std::string> &filePath);
+
+    // Starts Outlook (see launchApplicationWithBundleIdentifier).
+    bool launchOutlookApp();
+
+    // YES while Outlook runs.
+    bool isOutlookRunning();
+
+    // YES when Outlook is installed.
+    bool isOutlookInstalled();
+
+    // The user's first preferred language ("en-US"): the "AppleLanguages" list of the global
+    // defaults domain, or else the locale of the environment. Nil when neither says anything.
+    std::optional<std::string> getSystemLanguage();
 
     ymAppHelper(const ymAppHelper &) = delete;
     ymAppHelper &operator=(const ymAppHelper &) = delete;

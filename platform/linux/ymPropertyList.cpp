@@ -99,4 +99,66 @@ std::optional<std::string> textForKey(plist_t dictionary, const char *key)
     return textOf(plist_dict_get_item(dictionary, key));
 }
 
+nlohmann::json toJSON(plist_t node)
+{
+    if (!node)
+        return nullptr;
+    switch (plist_get_node_type(node)) {
+    case PLIST_DICT: {
+        nlohmann::json object = nlohmann::json::object();
+        plist_dict_iter iterator = nullptr;
+        plist_dict_new_iter(node, &iterator);
+        for (;;) {
+            char *key = nullptr;
+            plist_t value = nullptr;
+            plist_dict_next_item(node, iterator, &key, &value);
+            if (!value) {
+                free(key);
+                break;
+            }
+            object[key] = toJSON(value);
+            free(key);
+        }
+        free(iterator);
+        return object;
+    }
+    case PLIST_ARRAY: {
+        nlohmann::json array = nlohmann::json::array();
+        for (uint32_t i = 0; i < plist_array_get_size(node); ++i)
+            array.push_back(toJSON(plist_array_get_item(node, i)));
+        return array;
+    }
+    case PLIST_UINT: {
+        uint64_t value = 0;
+        plist_get_uint_val(node, &value);
+        return static_cast<int64_t>(value);  // the binary form stores signed integers this way
+    }
+    case PLIST_REAL: {
+        double value = 0;
+        plist_get_real_val(node, &value);
+        return value;
+    }
+    case PLIST_BOOLEAN: {
+        uint8_t value = 0;
+        plist_get_bool_val(node, &value);
+        return value != 0;
+    }
+    case PLIST_DATE: {
+        int32_t seconds = 0, microseconds = 0;
+        plist_get_date_val(node, &seconds, &microseconds);
+        return seconds + microseconds / 1e6;
+    }
+    case PLIST_DATA: {
+        char *bytes = nullptr;
+        uint64_t length = 0;
+        plist_get_data_val(node, &bytes, &length);
+        std::string text(bytes ? bytes : "", bytes ? length : 0);
+        free(bytes);
+        return text;
+    }
+    default:
+        return textOf(node).value_or("");
+    }
+}
+
 }  // namespace ymPropertyList

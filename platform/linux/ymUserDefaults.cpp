@@ -32,6 +32,58 @@ ymPropertyList::Node persistentDomain(const std::string &domain)
 
 namespace {
 
+// "de_DE.UTF-8@euro" reads "de-DE"; "C" and "POSIX" say nothing.
+std::optional<std::string> languageTagOf(std::string locale)
+{
+    locale = locale.substr(0, locale.find_first_of(".@"));
+    if (locale.empty() || locale == "C" || locale == "POSIX")
+        return std::nullopt;
+    for (char &c : locale)
+        if (c == '_')
+            c = '-';
+    return locale;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> preferredLanguages()
+{
+    ymPropertyList::Node global = persistentDomain(".GlobalPreferences");
+    plist_t languages = global ? plist_dict_get_item(global.get(), "AppleLanguages") : nullptr;
+    if (languages && plist_get_node_type(languages) == PLIST_ARRAY) {
+        std::vector<std::string> tags;
+        for (uint32_t i = 0; i < plist_array_get_size(languages); ++i)
+            if (std::optional<std::string> tag = ymPropertyList::textOf(plist_array_get_item(languages, i)))
+                tags.push_back(*tag);
+        return tags;
+    }
+    std::vector<std::string> tags;
+    if (const char *language = std::getenv("LANGUAGE")) {
+        std::string list = language;
+        for (size_t start = 0; start <= list.size();) {
+            size_t colon = list.find(':', start);
+            if (std::optional<std::string> tag = languageTagOf(list.substr(start, colon - start)))
+                tags.push_back(*tag);
+            if (colon == std::string::npos)
+                break;
+            start = colon + 1;
+        }
+    }
+    for (const char *variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char *value = std::getenv(variable);
+        if (!value || !*value)
+            continue;
+        if (std::optional<std::string> tag = languageTagOf(value))
+            tags.push_back(*tag);
+        break;  // the first one set is the one in force
+    }
+    if (tags.empty())
+        return std::nullopt;
+    return tags;
+}
+
+namespace {
+
 // An exclusive flock held for the object's life.
 class DomainLock {
 public:

@@ -4,7 +4,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <spawn.h>
+#include <cerrno>
+#include <sys/wait.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -132,25 +133,58 @@ std::optional<std::string> absolutePathForAppBundleWithIdentifier(const std::str
 
 pid_t launchDetached(const std::string &executablePath, const std::vector<std::string> &arguments)
 {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-
+    // Forked twice, so that the application is nobody's child here (never a zombie of ours) and
+    // leads a session of its own. Between fork and exec only async-signal-safe calls are made.
     std::vector<char *> argv;
     argv.push_back(const_cast<char *>(executablePath.c_str()));
     for (const std::string &argument : arguments)
         argv.push_back(const_cast<char *>(argument.c_str()));
     argv.push_back(nullptr);
-    pid_t pid = -1;
-    int failed = posix_spawn(&pid, executablePath.c_str(), &actions, &attributes, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    return failed ? -1 : pid;
+
+    int report[2];
+    if (pipe2(report, O_CLOEXEC) != 0)
+        return -1;
+    pid_t intermediate = fork();
+    if (intermediate < 0) {
+        close(report[0]);
+        close(report[1]);
+        return -1;
+    }
+    if (intermediate == 0) {
+        setsid();
+        pid_t application = fork();
+        if (application > 0) {
+            // Tell the launcher which process the application is, and leave.
+            (void)!write(report[1], &application, sizeof application);
+            _exit(0);
+        }
+        if (application < 0)
+            _exit(1);
+        int devNull = open("/dev/null", O_RDWR);
+        if (devNull >= 0) {
+            dup2(devNull, STDIN_FILENO);
+            dup2(devNull, STDOUT_FILENO);
+            dup2(devNull, STDERR_FILENO);
+            if (devNull > STDERR_FILENO)
+                close(devNull);
+        }
+        execve(executablePath.c_str(), argv.data(), environ);
+        int error = errno;  // exec failed: say why through the pipe
+        (void)!write(report[1], &error, sizeof error);
+        _exit(127);
+    }
+    close(report[1]);
+    int status = 0;
+    while (waitpid(intermediate, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_t application = -1;
+    ssize_t count = read(report[0], &application, sizeof application);
+    int execError = 0;
+    ssize_t failed = read(report[0], &execError, sizeof execError);  // EOF once exec succeeded
+    close(report[0]);
+    if (count != sizeof application || failed > 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        return -1;
+    return application;
 }
 
 }  // namespace ymWorkspace

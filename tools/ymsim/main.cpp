@@ -10,7 +10,7 @@
 //       request with "result" R (default "1:OK") and "PresenceStatus" N (default 1), and turns
 //       every audio command into an audio event for the same device, each on the transport the
 //       request came by. Prints "ready" when serving and a line per message received (unless
-//       --quiet); runs until killed, or for S seconds.
+//       --quiet); runs until killed, for S seconds, or until its group container is removed.
 #include <YumoClientSdk/YumoClientSdk.h>
 #include <atomic>
 #include <cstdio>
@@ -18,6 +18,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <unistd.h>
 
 #include "MessageStream.h"
@@ -217,6 +218,16 @@ int serve(int argc, char **argv)
             usleep(1000);
     std::printf("ready\n");
     std::fflush(stdout);
+
+    // A simulator whose home is removed (a finished test's, a finished demo's) has nobody left to
+    // serve: it leaves rather than linger.
+    std::thread([folder = *container] {
+        for (;;) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(500));
+            if (access(folder.c_str(), F_OK) != 0)
+                _exit(0);
+        }
+    }).detach();
 
     if (options.seconds >= 0)
         ymMainLoop::shared().runFor(std::chrono::seconds(options.seconds));
