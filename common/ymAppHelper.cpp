@@ -4,6 +4,8 @@
 #include <YumoClientSdk/ymFileUtils.h>
 
 #include "platform/ymBundle.h"
+#include "platform/ymCertificate.h"
+#include "platform/ymXarArchive.h"
 #include "platform/ymGestalt.h"
 #include "platform/ymNotificationCenter.h"
 #include "platform/ymPropertyList.h"
@@ -268,4 +270,55 @@ std::optional<std::string> ymAppHelper::getSystemLanguage()
     if (!languages || languages->empty())
         return std::nullopt;
     return languages->front();
+}
+
+std::string ymAppHelper::codeSignCommandLine(const std::string &path)
+{
+    // Two blanks before -R=, and the path quoted but not escaped, as it has always been.
+    return "/usr/bin/codesign -v --verbose=1  -R=\"anchor apple generic and certificate leaf[subject.OU] = Q4W7N2R8TX\" \"" +
+           path + "\"";
+}
+
+bool ymAppHelper::checkAppCodeSign(const std::optional<std::string> &path)
+{
+    if (!path || path->empty())
+        return false;
+    return CMD::runAsCommand_ret(codeSignCommandLine(*path)) == 0;
+}
+
+bool ymAppHelper::checkCodeSignForYumoPkg(const std::optional<std::string> &path)
+{
+    YM_LOG("%s", "-[ymAppHelper checkCodeSignForYumoPkg:]");
+    if (!path)
+        return false;
+    std::optional<ymXarArchive> archive = ymXarArchive::open(*path);
+    if (!archive || !archive->firstSignature())
+        return false;
+
+    // The certificates in the archive's order. One that does not parse leaves the slot with the
+    // certificate before it, which is then taken a second time; the first must parse.
+    std::vector<ymCertificate> certificates;
+    std::optional<ymCertificate> slot;
+    int32_t count = static_cast<int32_t>(archive->firstSignature()->certificates.size());
+    for (int32_t index = 0; index < count; ++index) {
+        std::optional<std::string> der = archive->certificateData(static_cast<size_t>(index));
+        if (!der)
+            return false;
+        if (std::optional<ymCertificate> certificate = ymCertificate::fromDER(*der))
+            slot = std::move(certificate);
+        if (!slot)
+            return false;
+        certificates.push_back(*slot);
+    }
+    if (count <= 2)
+        return false;
+
+    std::optional<std::string> signer = certificates[0].longDescription();
+    bool signerMatches = signer && *signer == "Developer ID Installer: Yumocorp (Q4W7N2R8TX)";
+    // Always the third certificate, whatever the length of the chain.
+    std::optional<std::string> root = certificates[2].longDescription();
+    if (!root)
+        return false;
+    bool rootMatches = *root == "Apple Root CA";
+    return signerMatches && rootMatches;
 }

@@ -11,7 +11,7 @@ libssl-dev openssl zlib1g-dev libxml2-dev
 libgtest-dev libgmock-dev googletest libbenchmark-dev
 dbus dbus-bin dbus-daemon
 clang libclang-rt-14-dev
-binutils procps
+binutils procps util-linux mount
 "
 
 missing=""

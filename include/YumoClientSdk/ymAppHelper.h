@@ -114,6 +114,24 @@ public:
     // defaults domain, or else the locale of the environment. Nil when neither says anything.
     std::optional<std::string> getSystemLanguage();
 
+    // ---- Code signatures ----
+
+    // Asks the system's signing tool whether the bundle is signed by the maker's team with a
+    // chain that ends in Apple's root:
+    //     /usr/bin/codesign -v --verbose=1  -R="anchor apple generic and certificate leaf[subject.OU] = Q4W7N2R8TX" "<path>"
+    // YES only when it exits with 0. NO for an empty or missing path, without running anything.
+    // This platform has no such tool, so the answer is NO unless one is provided.
+    bool checkAppCodeSign(const std::optional<std::string> &path);
+
+    // YES when the installer package (a xar archive) is signed, its first signature carries at
+    // least three certificates, the first certificate's subject is "Developer ID Installer:
+    // Yumocorp (Q4W7N2R8TX)" and the third's is "Apple Root CA" (exact comparisons). The chain is
+    // judged by its members' names only; the signature itself is not verified. NO otherwise.
+    bool checkCodeSignForYumoPkg(const std::optional<std::string> &path);
+
+    // The command line checkAppCodeSign runs for a path.
+    static std::string codeSignCommandLine(const std::string &path);
+
     ymAppHelper(const ymAppHelper &) = delete;
     ymAppHelper &operator=(const ymAppHelper &) = delete;
 
