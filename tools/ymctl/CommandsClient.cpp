@@ -1,0 +1,298 @@
+#include <YumoClientSdk/YumoClientSdk.h>
+#include <csignal>
+#include <cstdlib>
+
+#include "Commands.h"
+
+namespace {
+
+constexpr int kExitNo = 1;
+constexpr int kExitTimedOut = 75;
+
+// Receives the facade's callbacks and prints them as they come, or keeps them for a command.
+class Receiver : public ymSdkDelegate {
+public:
+    explicit Receiver(Output &output) : _output(output) {}
+    bool printEvents = false;
+    std::optional<YMPresenceStatus_s> presence;
+    std::optional<YMAudioInfo_s> audio;
+
+    void ymSdkIMPresenceStatus(YMPresenceStatus_s status) override
+    {
+        presence = status;
+        if (printEvents) {
+            _output.field("event", "presence", "event");
+            showPresence(_output, status);
+            _output.flush();
+        }
+    }
+    void ymSdkAudioInfo(YMAudioInfo_s info) override
+    {
+        audio = info;
+        if (printEvents) {
+            _output.field("event", "audio", "event");
+            showAudio(_output, info);
+            _output.flush();
+        }
+    }
+    static void showPresence(Output &output, const YMPresenceStatus_s &status)
+    {
+        output.field("error", status.error == YES, "error");
+        output.field("code", status.code, "code");
+        output.field("text", status.text ? nlohmann::json(*status.text) : nlohmann::json(), "text");
+        output.field("presenceStatus", status.presenceStatus, "presence status");
+    }
+    static void showAudio(Output &output, const YMAudioInfo_s &info)
+    {
+        output.field("audioCmd", info.audioCmd, "audio command");
+        output.field("deviceIndex", info.audioDevice.deviceIndex ? nlohmann::json(*info.audioDevice.deviceIndex) : nlohmann::json(),
+                     "device index");
+        output.field("deviceName", info.audioDevice.deviceName ? nlohmann::json(*info.audioDevice.deviceName) : nlohmann::json(),
+                     "device name");
+    }
+
+private:
+    Output &_output;
+};
+
+ymSdkImplement *facadeWith(const std::shared_ptr<Receiver> &receiver)
+{
+    ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
+    sdk->setDelegate(receiver);
+    return sdk;
+}
+
+std::chrono::milliseconds secondsOption(Arguments &arguments, const char *name, long long fallback)
+{
+    long long seconds = arguments.number(name).value_or(fallback);
+    if (seconds < 0)
+        throw UsageError(std::string(name) + " must not be negative");
+    return std::chrono::milliseconds(seconds * 1000);
+}
+
+// The status of a command, with the error text when it was refused.
+void showStatus(Output &output, int32_t status)
+{
+    ymAPIErrorMgr::sharedInstance()->setErrorCode(status);
+    std::string text = ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr();
+    std::string shown = status == 0 ? "0 (sent)" : std::to_string(status) + (text.empty() ? "" : " " + text);
+    if (status == 8)
+        shown = "8 (no transport to send with)";
+    output.field("status", status, "status", shown);
+}
+
+// A USB identifier as given: a number when it reads as one, the text otherwise.
+nlohmann::json identifier(const std::string &text)
+{
+    char *end = nullptr;
+    long long value = std::strtoll(text.c_str(), &end, 0);
+    if (!text.empty() && *end == '\0')
+        return value;
+    return text;
+}
+
+// NAME:INDEX; the index is what follows the last colon.
+std::pair<std::string, std::string> deviceOf(const std::string &text)
+{
+    size_t colon = text.rfind(':');
+    if (colon == std::string::npos || colon == 0 || colon + 1 == text.size())
+        throw UsageError("a device is NAME:INDEX, not \"" + text + "\"");
+    return {text.substr(0, colon), text.substr(colon + 1)};
+}
+
+// The shared device list, read through the SDK's property-list reading.
+std::vector<nlohmann::json> sharedDevices()
+{
+    const char *home = std::getenv("HOME");
+    std::string suite = std::string(home ? home : "") + "/Library/Preferences/" + YMCLIENTSDK_SHAREDATA + ".plist";
+    std::optional<nlohmann::json> list = ymAppHelper::sharedInstance()->objectForPropertyListKey(std::string(AUDIODEVICE), suite);
+    std::vector<nlohmann::json> devices;
+    if (!list || !list->is_array())
+        return devices;
+    for (const nlohmann::json &text : *list) {
+        std::optional<nlohmann::json> device = text.is_string() ? yStringUtils::toArrayOrNSDictionary(text.get<std::string>())
+                                                                : std::nullopt;
+        devices.push_back(device && device->is_object() ? *device : nlohmann::json{{"unreadable", text}});
+    }
+    return devices;
+}
+
+// Makes every device of the shared list one of this process's, so that clean-up releases it and
+// its audio events are delivered here.
+void adoptSharedDevices(ymSdkImplement &sdk, const std::vector<nlohmann::json> &devices)
+{
+    for (const nlohmann::json &device : devices) {
+        if (!device.contains("deviceName") || !device["deviceName"].is_string())
+            continue;
+        std::optional<std::string> index;
+        if (device.contains("deviceIndex") && device["deviceIndex"].is_string())
+            index = device["deviceIndex"].get<std::string>();
+        sdk.addToDeviceArray(device["deviceName"].get<std::string>(), index);
+    }
+}
+
+std::string textOf(const nlohmann::json &value)
+{
+    return value.is_string() ? value.get<std::string>() : value.is_null() ? "(none)" : value.dump();
+}
+
+}  // namespace
+
+int runStatus(Arguments &arguments, Output &output)
+{
+    arguments.finish();
+    ymAppHelper &helper = *ymAppHelper::sharedInstance();
+    bool installed = helper.isYumoappInstalled();
+    std::string path = helper.getYumoClientInstallPath();
+    std::string version = ymClientFeatureMgr::getYumoClientVersion();
+    int32_t code = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
+    output.field("installed", installed, "installed");
+    output.field("installPath", path, "install path", installed ? path : path + " (not there)");
+    output.field("version", version, "version", version.empty() ? "(unreadable)" : version);
+    output.field("running", helper.isYumoRunning(), "running");
+    output.field("supported", ymClientFeatureMgr::sharedInstance()->isSupportedYumoClientVersion(), "supported (4.2+)");
+    bool newIPC = ymClientFeatureMgr::sharedInstance()->isYumoClientSupportNewIPC();
+    output.field("newIPC", newIPC, "transport", newIPC ? "sockets (5.6+)" : "notifications");
+    output.field("errorCode", code, "error code");
+    std::string text = ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr();
+    output.field("errorText", text, "error text", text.empty() ? "(none)" : text);
+    output.flush();
+    return code;
+}
+
+int runPresence(Arguments &arguments, Output &output)
+{
+    std::chrono::milliseconds timeout = secondsOption(arguments, "--timeout", 5);
+    arguments.finish();
+    auto receiver = std::make_shared<Receiver>(output);
+    int32_t status = facadeWith(receiver)->GetIMPresenceStatus();
+    showStatus(output, status);
+    if (status != 0) {
+        output.flush();
+        return status;
+    }
+    if (!ymMainLoop::shared().runUntil([&] { return receiver->presence.has_value(); }, timeout)) {
+        output.field("timedOut", true, "answer", "none within the timeout");
+        output.flush();
+        return kExitTimedOut;
+    }
+    Receiver::showPresence(output, *receiver->presence);
+    output.flush();
+    return 0;
+}
+
+int runAudio(Arguments &arguments, Output &output)
+{
+    std::optional<std::string> name = arguments.option("--name");
+    std::optional<std::string> index = arguments.option("--index");
+    long long vid = arguments.number("--vid").value_or(0);
+    long long pid = arguments.number("--pid").value_or(0);
+    std::optional<long long> wait = arguments.number("--wait");
+    std::string command = arguments.positional("audio command");
+    arguments.finish();
+    if (!name || !index)
+        throw UsageError("--name and --index are required");
+    auto receiver = std::make_shared<Receiver>(output);
+    ymSdkImplement *sdk = facadeWith(receiver);
+    if (wait)
+        sdk->addToDeviceArray(name, index);  // so that the device's event is delivered here
+    YMAudioDevice_s device{index, name, static_cast<uint32_t>(vid), static_cast<uint32_t>(pid)};
+    int32_t status = sdk->SetAudioCmd(static_cast<int32_t>(parseNumber(command, "the audio command")), device);
+    showStatus(output, status);
+    output.flush();
+    if (status != 0 || !wait)
+        return status;
+    if (!ymMainLoop::shared().runUntil([&] { return receiver->audio.has_value(); }, std::chrono::seconds(*wait))) {
+        output.note("no audio event within " + std::to_string(*wait) + " s");
+        return kExitTimedOut;
+    }
+    Receiver::showAudio(output, *receiver->audio);
+    output.flush();
+    return 0;
+}
+
+int runRegister(Arguments &arguments, Output &output)
+{
+    std::optional<std::string> name = arguments.option("--name");
+    std::optional<std::string> index = arguments.option("--index");
+    std::optional<std::string> vid = arguments.option("--vid");
+    std::optional<std::string> pid = arguments.option("--pid");
+    arguments.finish();
+    if (!name || !index || !vid || !pid)
+        throw UsageError("--name, --index, --vid and --pid are required");
+    bool registered = ymSdkImplement::SharedInstance()->RegisterAudioDevice(name, index, identifier(*vid), identifier(*pid));
+    output.field("registered", registered, "registered");
+    output.flush();
+    return registered ? 0 : kExitNo;
+}
+
+int runDevices(Arguments &arguments, Output &output)
+{
+    arguments.finish();
+    std::vector<nlohmann::json> devices = sharedDevices();
+    if (output.json()) {
+        output.field("devices", devices, "devices");
+        output.flush();
+        return 0;
+    }
+    if (devices.empty())
+        output.note("no devices in the shared list");
+    for (const nlohmann::json &device : devices)
+        output.note(textOf(device.value("deviceName", nlohmann::json())) + "  #" + textOf(device.value("deviceIndex", nlohmann::json())) +
+                    "  vid " + textOf(device.value("usbVid", nlohmann::json())) + "  pid " +
+                    textOf(device.value("usbPid", nlohmann::json())));
+    return 0;
+}
+
+int runCleanup(Arguments &arguments, Output &output)
+{
+    bool all = arguments.flag("--all");
+    std::vector<std::string> named = arguments.options("--device");
+    arguments.finish();
+    if (!all && named.empty())
+        throw UsageError("name the devices with --device NAME:INDEX, or give --all");
+    ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
+    std::vector<nlohmann::json> before = sharedDevices();
+    // Clean-up releases the devices of this process: those named are made this process's first.
+    if (all)
+        adoptSharedDevices(*sdk, before);
+    for (const std::string &text : named) {
+        auto [name, index] = deviceOf(text);
+        sdk->addToDeviceArray(name, index);
+    }
+    sdk->CleanupAudioDevices();
+    size_t after = sharedDevices().size();
+    output.field("removed", before.size() - after, "removed");
+    output.field("remaining", after, "remaining");
+    output.flush();
+    return 0;
+}
+
+namespace {
+void stopListening(int) { ymMainLoop::shared().stop(); }
+}  // namespace
+
+int runListen(Arguments &arguments, Output &output)
+{
+    std::optional<long long> seconds = arguments.number("--seconds");
+    std::vector<std::string> named = arguments.options("--device");
+    bool allDevices = arguments.flag("--all-devices");
+    arguments.finish();
+    auto receiver = std::make_shared<Receiver>(output);
+    receiver->printEvents = true;
+    ymSdkImplement *sdk = facadeWith(receiver);
+    for (const std::string &text : named) {
+        auto [name, index] = deviceOf(text);
+        sdk->addToDeviceArray(name, index);
+    }
+    if (allDevices)
+        adoptSharedDevices(*sdk, sharedDevices());
+    output.note("listening; interrupt to stop");
+    signal(SIGINT, stopListening);
+    signal(SIGTERM, stopListening);
+    if (seconds)
+        ymMainLoop::shared().runFor(std::chrono::seconds(*seconds));
+    else
+        ymMainLoop::shared().run();
+    return 0;
+}
