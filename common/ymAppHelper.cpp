@@ -3,6 +3,7 @@
 #include <YumoClientSdk/CMD.h>
 #include <YumoClientSdk/ymFileUtils.h>
 
+#include "common/ymClientLookupScope.h"
 #include "platform/ymBundle.h"
 #include "platform/ymCertificate.h"
 #include "platform/ymXarArchive.h"
@@ -42,41 +43,108 @@ std::string ymAppHelper::getYumoappUserAppPath()
     return ymWorkspace::userApplicationsDirectory() + "/" + textOf(kYumoClientAppName);
 }
 
+namespace {
+
+// How the last lookup found the client, so that a lookup within the same command can answer the
+// same and log the same.
+enum class Candidate { registered, system, ownCopy, userApplications };
+
+}  // namespace
+
+struct ymAppHelper::Lookup {
+    Candidate candidate = Candidate::userApplications;
+    std::string path;
+    std::string thirdPath;
+    bool fourthExists = false;
+};
+
+namespace {
+using Lookup = ymAppHelper::Lookup;
+
+struct LookupMemo {
+    int depth = 0;
+    std::optional<Lookup> lookup;
+};
+thread_local LookupMemo memo;
+
+// The log lines of a lookup, each written from one place so that a replayed lookup prints the very
+// same lines.
+void logThirdCandidate(const std::string &path)
+{
+    YM_LOG("%s: filePath = %s", "-[ymAppHelper getYumoClientInstallPath]", path.c_str());
+}
+void logThirdFailed(const std::string &path) { YM_LOG("Failed to get 3rd path: %s", path.c_str()); }
+void logFourth(const std::string &path, bool exists)
+{
+    if (exists)
+        YM_LOG("Success to get 4th path: %s", path.c_str());
+    else
+        YM_LOG("Failed to get 4th path: %s", path.c_str());
+}
+
+void replay(const Lookup &lookup)
+{
+    if (lookup.candidate == Candidate::ownCopy || lookup.candidate == Candidate::userApplications)
+        logThirdCandidate(lookup.thirdPath);
+    if (lookup.candidate == Candidate::userApplications) {
+        logThirdFailed(lookup.thirdPath);
+        logFourth(lookup.path, lookup.fourthExists);
+    }
+}
+
+}  // namespace
+
+ymClientLookupScope::ymClientLookupScope() { ++memo.depth; }
+
+ymClientLookupScope::~ymClientLookupScope()
+{
+    if (--memo.depth == 0)
+        memo.lookup.reset();
+}
+
 std::string ymAppHelper::getYumoClientInstallPath()
 {
-    static const char *const kFn = "-[ymAppHelper getYumoClientInstallPath]";
+    if (memo.depth > 0 && memo.lookup) {
+        replay(*memo.lookup);
+        return memo.lookup->path;
+    }
+    Lookup lookup = lookUpClient();
+    if (memo.depth > 0)
+        memo.lookup = lookup;
+    return lookup.path;
+}
 
+ymAppHelper::Lookup ymAppHelper::lookUpClient()
+{
     // The path the meeting client registered in its defaults domain.
-    ymPropertyList::Node domain = ymUserDefaults::persistentDomain(getYumoappIdentifier());
+    ymPropertyList::SharedNode domain = ymUserDefaults::sharedDomain(getYumoappIdentifier());
     if (domain) {
         plist_t installPath = plist_dict_get_item(domain.get(), "installPath");
         if (installPath && plist_get_node_type(installPath) == PLIST_STRING) {
             std::optional<std::string> path = ymPropertyList::textOf(installPath);
             if (IsAppExist(path))
-                return *path;
+                return {Candidate::registered, *path, "", false};
         }
     }
 
     std::string systemPath = getYumoappAppPath();
     if (IsAppExist(systemPath))
-        return systemPath;
+        return {Candidate::system, systemPath, "", false};
 
     // Inside Outlook's sandbox "~" is Outlook's container; the client's own copy lives in the
     // real Library, so the container's segment is taken out again.
     std::string thirdPath = ymText::replacingOccurrences(ymText::standardizingPath(textOf(kYumoappUserAppLaunchPath)),
                                                          "Containers/com.microsoft.Outlook/Data/Library/", "");
-    YM_LOG("%s: filePath = %s", kFn, thirdPath.c_str());
+    logThirdCandidate(thirdPath);
     if (IsAppExist(thirdPath))
-        return thirdPath;
-    YM_LOG("Failed to get 3rd path: %s", thirdPath.c_str());
+        return {Candidate::ownCopy, thirdPath, thirdPath, false};
+    logThirdFailed(thirdPath);
 
     std::string fourthPath =
         ymText::replacingOccurrences(getYumoappUserAppPath(), "Library/Containers/com.microsoft.Outlook/Data/", "");
-    if (IsAppExist(fourthPath))
-        YM_LOG("Success to get 4th path: %s", fourthPath.c_str());
-    else
-        YM_LOG("Failed to get 4th path: %s", fourthPath.c_str());
-    return fourthPath;
+    bool exists = IsAppExist(fourthPath);
+    logFourth(fourthPath, exists);
+    return {Candidate::userApplications, fourthPath, thirdPath, exists};
 }
 
 bool ymAppHelper::IsAppExist(const std::optional<std::string> &path)

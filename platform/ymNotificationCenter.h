@@ -41,9 +41,10 @@ public:
     ymNotificationCenter(const ymNotificationCenter &) = delete;
     ymNotificationCenter &operator=(const ymNotificationCenter &) = delete;
 
+    struct State;
+
 private:
     ymNotificationCenter();
     ~ymNotificationCenter() = delete;
-    struct State;
     State *_state;
 };

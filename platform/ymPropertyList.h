@@ -26,6 +26,14 @@ Node parse(const std::string &bytes, bool *isBinary = nullptr);
 // Reads and parses a whole file; null when it is missing, unreadable or not a property list.
 Node readFile(const std::string &path, bool *isBinary = nullptr);
 
+// A parsed file shared by its readers; treat it as read-only.
+using SharedNode = std::shared_ptr<void>;
+
+// The same as readFile, but a file parsed before is not parsed again while it is unchanged: its
+// device, inode, size and modification and change times are compared on every call (one stat),
+// so a file replaced, rewritten or removed is always read afresh.
+SharedNode readFileShared(const std::string &path);
+
 // The node as XML or binary bytes.
 std::string serialize(plist_t node, bool binary);
 

@@ -17,6 +17,10 @@ std::optional<std::string> pathForDomain(const std::string &domain);
 // property list holding a dictionary.
 ymPropertyList::Node persistentDomain(const std::string &domain);
 
+// The domain's dictionary for reading only, shared and parsed again only when its file changed
+// (see ymPropertyList::readFileShared); null as persistentDomain.
+ymPropertyList::SharedNode sharedDomain(const std::string &domain);
+
 // The user's preferred languages ("AppleLanguages"): the global domain's list when it is set,
 // otherwise the locale of the environment (LANGUAGE, then LC_ALL, LC_MESSAGES, LANG) as language
 // tags such as "en-US". Nothing when neither says anything.

@@ -69,7 +69,7 @@ const char *ymGetFileVersion(const char *bundlePath)
     if (!bundlePath)
         return version.c_str();
     std::string infoPath = std::string(bundlePath) + "/Contents/Info.plist";
-    ymPropertyList::Node plist = ymPropertyList::readFile(infoPath);
+    ymPropertyList::SharedNode plist = ymPropertyList::readFileShared(infoPath);
     if (std::optional<std::string> value = ymPropertyList::textForKey(plist.get(), "CFBundleVersion"))
         version = std::move(*value);
     return version.c_str();

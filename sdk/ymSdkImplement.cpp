@@ -5,6 +5,7 @@
 #include <YumoClientSdk/ymLogHelper.h>
 #include <YumoClientSdk/ymSdkImplement.h>
 
+#include "common/ymClientLookupScope.h"
 #include "sdk/ymAudioDeviceStore.h"
 #include "sdk/ymIPCMessage.h"
 #include "sdk/ymLog.h"
@@ -85,6 +86,7 @@ bool ymSdkImplement::RegisterFeature(int64_t features)
 int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevice)
 {
     YM_LOG(">> %s: cmd = %d", "-[ymSdkImplement SetAudioCmd:audioDevice:]", audioCmd);
+    ymClientLookupScope lookupOnce;
     int32_t error = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
     if (error != 0)
         return error;
@@ -161,6 +163,7 @@ void ymSdkImplement::CleanupAudioDevices()
 int32_t ymSdkImplement::GetIMPresenceStatus()
 {
     YM_LOG(">> %s start", "-[ymSdkImplement GetIMPresenceStatus]");
+    ymClientLookupScope lookupOnce;
     int32_t error = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
     if (error != 0)
         return error;

@@ -128,6 +128,35 @@ TEST_F(ClientLocation, RunningOnlyWhileAProcessFromInsideTheBundleLives)
     EXPECT_FALSE(helper().isYumoRunning());
 }
 
+TEST_F(ClientLocation, AnswersAreFreshBetweenTwoCalls)
+{
+    std::string bundle = ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.5.0");
+    ymClientFeatureMgr &features = *ymClientFeatureMgr::sharedInstance();
+    EXPECT_FALSE(helper().isYumoRunning());  // the process table is read and kept from here on
+
+    // Started and quit between two calls: each seen by the very next call, without waiting.
+    auto client = std::make_unique<ymtest::ChildProcess>(bundle + "/Contents/MacOS/yumoapp", std::vector<std::string>{"300"});
+    EXPECT_TRUE(helper().isYumoRunning());
+    client.reset();  // killed and reaped
+    EXPECT_FALSE(helper().isYumoRunning());
+
+    // A process that execs the client shortly after it started is seen once it has.
+    ymtest::ChildProcess wrapper("/bin/sh", {"-c", "sleep 0.3; exec '" + bundle + "/Contents/MacOS/yumoapp' 300"});
+    EXPECT_FALSE(helper().isYumoRunning());
+    EXPECT_TRUE(ymtest::eventually([&] { return helper().isYumoRunning(); }));
+
+    // The bundle replaced, then removed: the next call sees each.
+    EXPECT_FALSE(features.isYumoClientSupportNewIPC());
+    std::filesystem::remove_all(bundle);
+    ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.6.0");
+    EXPECT_TRUE(features.isYumoClientSupportNewIPC());
+    ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.6.1");  // rewritten in place
+    EXPECT_EQ(ymClientFeatureMgr::getYumoClientVersion(), "5.6.1");
+    std::filesystem::remove_all(bundle);
+    EXPECT_FALSE(helper().isYumoappInstalled());
+    EXPECT_EQ(ymClientFeatureMgr::getYumoClientVersion(), "");
+}
+
 TEST_F(ClientLocation, VersionGatesCompareUnsigned)
 {
     struct Case {

@@ -105,7 +105,6 @@ void ySocketClientImpl_SDK::readUntilClosed()
 {
     static const char *const kFn = "-[ySocketClientImpl_SDK connect]";
     char buffer[ySocketFraming::kReadBufferSize];
-    std::memset(buffer, 0, sizeof buffer);
     ySocketFraming::Gatherer gatherer;
     for (;;) {
         ssize_t count;
@@ -121,9 +120,9 @@ void ySocketClientImpl_SDK::readUntilClosed()
             continue;
         if (count <= 0)
             break;
-        YM_LOG("%s:#### [%d]: [r%ld-b%ld]", kFn, fd, static_cast<long>(count), static_cast<long>(std::strlen(buffer)));
-        gatherer.takeChunk(buffer, delegate());
-        std::memset(buffer, 0, sizeof buffer);
+        YM_LOG("%s:#### [%d]: [r%ld-b%ld]", kFn, fd, static_cast<long>(count),
+               static_cast<long>(strnlen(buffer, static_cast<size_t>(count))));
+        gatherer.takeChunk(std::string_view(buffer, static_cast<size_t>(count)), delegate());
     }
     disconnect();
     YM_LOG("%s: connect finished", kFn);
@@ -149,13 +148,13 @@ bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
     if (message->empty())
         return false;
 
-    char buffer[ySocketFraming::kSendBufferSize];
-    size_t length = ySocketFraming::encode(message, buffer);
+    std::string_view bytes = ySocketFraming::bytesToSend(message);
+    size_t length = bytes.size();
     ssize_t written;
     {
         ySocketDescriptor::Use use(*_fd);
         YM_LOG("%s: [%d]-[%ld]", kFn, use.fd(), static_cast<long>(length));
-        written = ::send(use.fd(), buffer, length, MSG_NOSIGNAL);
+        written = ::send(use.fd(), bytes.data(), length, MSG_NOSIGNAL);
     }
     // A failed write of a non-empty text still answers YES; only an empty one is looked at.
     if (length != 0 || written == 0)

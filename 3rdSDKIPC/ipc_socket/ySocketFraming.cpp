@@ -7,18 +7,17 @@
 
 namespace ySocketFraming {
 
-size_t encode(const std::optional<std::string> &text, char *buffer)
+std::string_view bytesToSend(const std::optional<std::string> &text)
 {
-    std::memset(buffer, 0, kSendBufferSize);
     if (!text || text->size() >= kSendBufferSize || !ymText::isValidUtf8(*text))
-        return 0;
-    std::memcpy(buffer, text->data(), text->size());
-    return std::strlen(buffer);  // a zero byte inside the text ends what is sent
+        return std::string_view();
+    // A zero byte inside the text ends what is sent.
+    return std::string_view(text->data(), std::strlen(text->c_str()));
 }
 
-void Gatherer::takeChunk(const char *chunk, const std::shared_ptr<ySocketDelegate> &delegate)
+void Gatherer::takeChunk(std::string_view chunk, const std::shared_ptr<ySocketDelegate> &delegate)
 {
-    std::string_view text(chunk);
+    std::string_view text(chunk.data(), strnlen(chunk.data(), chunk.size()));
     if (!text.empty() && ymText::isValidUtf8(text))
         _accumulated.append(text);
     int32_t taken = delegate ? delegate->onMessageRecieved(_accumulated) : 0;

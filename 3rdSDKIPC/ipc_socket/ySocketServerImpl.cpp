@@ -105,7 +105,6 @@ void ySocketServerImpl_SDK::connectionProcessFunc(int fd)
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK connectionProcessFunc:]";
     char buffer[ySocketFraming::kReadBufferSize];
-    std::memset(buffer, 0, sizeof buffer);
     ySocketFraming::Gatherer gatherer;
     for (;;) {
         ssize_t count = read(fd, buffer, ySocketFraming::kReadSize);
@@ -113,9 +112,9 @@ void ySocketServerImpl_SDK::connectionProcessFunc(int fd)
             continue;
         if (count <= 0)
             break;
+        buffer[count] = '\0';  // the chunk prints up to its first zero byte
         YM_LOG("%s: read [%d-%d]: %ld.%s\n", kFn, _fd->load(), _cl, static_cast<long>(count), buffer);
-        gatherer.takeChunk(buffer, delegate());
-        std::memset(buffer, 0, sizeof buffer);
+        gatherer.takeChunk(std::string_view(buffer, static_cast<size_t>(count)), delegate());
     }
     {
         std::lock_guard<std::mutex> guard(_vecConnectionsLock);
@@ -135,11 +134,11 @@ bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
         YM_LOG("%s: fd is %d,  connections %d!", kFn, _fd->load(), static_cast<int>(_vecConnections.size()));
         return false;
     }
-    char buffer[ySocketFraming::kSendBufferSize];
-    size_t length = ySocketFraming::encode(message, buffer);
-    YM_LOG("%s: [%d:%d]-[%ld]: buf = %s", kFn, _fd->load(), _cl, static_cast<long>(length), buffer);
+    std::string_view bytes = ySocketFraming::bytesToSend(message);
+    size_t length = bytes.size();
+    YM_LOG("%s: [%d:%d]-[%ld]: buf = %.*s", kFn, _fd->load(), _cl, static_cast<long>(length), static_cast<int>(length), bytes.data());
     for (int connection : _vecConnections) {
-        ssize_t written = ::send(connection, buffer, length, MSG_NOSIGNAL);
+        ssize_t written = ::send(connection, bytes.data(), length, MSG_NOSIGNAL);
         if (written == static_cast<ssize_t>(length))
             YM_LOG("%s: send success...", kFn);
         else if (length != 0)

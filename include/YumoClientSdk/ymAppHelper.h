@@ -135,6 +135,10 @@ public:
     ymAppHelper(const ymAppHelper &) = delete;
     ymAppHelper &operator=(const ymAppHelper &) = delete;
 
+    // How one look-up of the meeting client went (kept inside the SDK).
+    struct Lookup;
+
 private:
     ymAppHelper() = default;
+    Lookup lookUpClient();
 };

@@ -1,17 +1,26 @@
 #include "platform/ymNSLog.h"
 
+#include <atomic>
 #include <cerrno>
+#include <pthread.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <algorithm>
 #include <memory>
+#include <vector>
 #include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr size_t kStackLineSize = 2048;
+
+// Bumped in the child of every fork, so that threads learn their process's new id without asking
+// the kernel on every line.
+std::atomic<unsigned> forkGeneration{1};
+[[maybe_unused]] const int registeredForkHandler = pthread_atfork(nullptr, nullptr, [] { forkGeneration.fetch_add(1); });
 
 // Writes all of the bytes, continuing short writes; a failed write drops the rest of the line.
 void writeAll(int fd, const char *bytes, size_t count)
@@ -28,48 +37,97 @@ void writeAll(int fd, const char *bytes, size_t count)
     }
 }
 
-// "2026-11-21 16:08:24.123 name[pid:tid] "
-int formatPrefix(char *buffer, size_t size)
+// Appends the text; answers the new end, or nothing when it does not fit before `limit`.
+char *append(char *cursor, const char *limit, const char *text, size_t length)
 {
+    if (!cursor || static_cast<size_t>(limit - cursor) < length)
+        return nullptr;
+    std::memcpy(cursor, text, length);
+    return cursor + length;
+}
+
+char *appendNumber(char *cursor, const char *limit, long value, int minimumDigits)
+{
+    char digits[24];
+    int count = 0;
+    bool negative = value < 0;
+    unsigned long magnitude = negative ? 0UL - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+    do {
+        digits[count++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0 || count < minimumDigits);
+    if (negative)
+        digits[count++] = '-';
+    char ordered[24];
+    for (int i = 0; i < count; ++i)
+        ordered[i] = digits[count - 1 - i];
+    return append(cursor, limit, ordered, static_cast<size_t>(count));
+}
+
+// "2026-11-21 16:08:24.123 name[pid:tid] file.cpp(42) ". The date is formatted once a second and
+// the process part once a thread (again after a fork); the rest is copied, not printf'd, since
+// this runs for every line. Answers the end of the head, or nothing when it does not fit.
+char *writeHead(char *buffer, const char *limit, const char *fileName, int line)
+{
+    struct CachedPrefix {
+        time_t second = -1;
+        char date[32] = "";
+        size_t dateLength = 0;
+        unsigned generation = 0;
+        char process[96] = "";
+        size_t processLength = 0;
+    };
+    thread_local CachedPrefix cached;
     struct timeval now;
     gettimeofday(&now, nullptr);
-    struct tm local;
-    localtime_r(&now.tv_sec, &local);
-    char date[32];
-    strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S", &local);
-    return snprintf(buffer, size, "%s.%03ld %s[%d:%d] ", date, static_cast<long>(now.tv_usec / 1000),
-                    program_invocation_short_name, static_cast<int>(getpid()), static_cast<int>(gettid()));
+    if (now.tv_sec != cached.second) {
+        struct tm local;
+        localtime_r(&now.tv_sec, &local);
+        cached.dateLength = strftime(cached.date, sizeof cached.date, "%Y-%m-%d %H:%M:%S.", &local);
+        cached.second = now.tv_sec;
+    }
+    unsigned generation = forkGeneration.load(std::memory_order_relaxed);
+    if (generation != cached.generation) {
+        int length = snprintf(cached.process, sizeof cached.process, " %s[%d:%d] ", program_invocation_short_name,
+                              static_cast<int>(getpid()), static_cast<int>(gettid()));
+        cached.processLength = length > 0 ? std::min(static_cast<size_t>(length), sizeof cached.process - 1) : 0;
+        cached.generation = generation;
+    }
+    char *cursor = append(buffer, limit, cached.date, cached.dateLength);
+    cursor = appendNumber(cursor, limit, static_cast<long>(now.tv_usec / 1000), 3);
+    cursor = append(cursor, limit, cached.process, cached.processLength);
+    cursor = append(cursor, limit, fileName, std::strlen(fileName));
+    cursor = append(cursor, limit, "(", 1);
+    cursor = appendNumber(cursor, limit, line, 1);
+    return append(cursor, limit, ") ", 2);
 }
 
 }  // namespace
 
 void ymNSLogLineV(const char *fileName, int line, const char *format, va_list arguments)
 {
-    char stackLine[kStackLineSize];
-    int headLength = formatPrefix(stackLine, sizeof stackLine);
-    headLength += snprintf(stackLine + headLength, sizeof stackLine - headLength, "%s(%d) ", fileName, line);
-    if (headLength >= static_cast<int>(sizeof stackLine) - 1)
+    // Each thread keeps a line buffer that grows to the longest line it has written, so a line is
+    // formatted once; only a line longer than any before it is formatted a second time.
+    thread_local std::vector<char> buffer(kStackLineSize);
+    char *headEnd = writeHead(buffer.data(), buffer.data() + buffer.size() - 2, fileName, line);
+    if (!headEnd)
         return;
+    size_t headLength = static_cast<size_t>(headEnd - buffer.data());
 
     va_list copy;
     va_copy(copy, arguments);
-    int bodyLength = vsnprintf(stackLine + headLength, sizeof stackLine - headLength, format, copy);
+    int bodyLength = vsnprintf(headEnd, buffer.size() - headLength, format, copy);
     va_end(copy);
     if (bodyLength < 0)
         return;
-
-    char *text = stackLine;
-    std::unique_ptr<char[]> heapLine;
-    size_t total = static_cast<size_t>(headLength) + static_cast<size_t>(bodyLength);
-    if (total + 2 > sizeof stackLine) {
-        // A long message (a whole socket buffer, say): format it once more into a buffer that fits.
-        heapLine.reset(new (std::nothrow) char[total + 2]);
-        if (!heapLine)
-            return;
-        std::memcpy(heapLine.get(), stackLine, static_cast<size_t>(headLength));
-        vsnprintf(heapLine.get() + headLength, static_cast<size_t>(bodyLength) + 1, format, arguments);
-        text = heapLine.get();
+    size_t total = headLength + static_cast<size_t>(bodyLength);
+    if (total + 2 > buffer.size()) {
+        std::vector<char> larger(total + 2);
+        std::memcpy(larger.data(), buffer.data(), headLength);
+        buffer.swap(larger);
+        vsnprintf(buffer.data() + headLength, static_cast<size_t>(bodyLength) + 1, format, arguments);
     }
+    char *text = buffer.data();
     if (total == 0 || text[total - 1] != '\n')
         text[total++] = '\n';
     writeAll(STDERR_FILENO, text, total);

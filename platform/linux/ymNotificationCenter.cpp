@@ -42,17 +42,26 @@ struct ymNotificationCenter::State {
     std::map<uint64_t, std::string> nameOfToken;
     uint64_t nextToken = 1;
 
-    // Called by the bus, under the lock; hands the notification to the main loop.
+    // Called by the bus, under the lock. On the loop's thread, while it serves the bus, the
+    // notification is kept and delivered as soon as the bus has been served; on any other thread
+    // (a post that took in what had arrived) it is handed to the main loop.
     void received(sdbus::Message &message);
     void deliver(const std::string &name, const UserInfo &userInfo);
+    void deliverKept();
+
+    std::vector<std::pair<std::string, UserInfo>> kept;
 };
 
 namespace {
 
+// Set while this thread serves the bus for the main loop.
+thread_local bool servingBusOnLoop = false;
+
 // The bus connection as a source of the main loop.
 class BusSource : public ymMainLoop::Source {
 public:
-    BusSource(std::recursive_mutex &lock, sdbus::IConnection &connection) : _lock(lock), _connection(connection)
+    BusSource(ymNotificationCenter::State &state, std::recursive_mutex &lock, sdbus::IConnection &connection)
+        : _state(state), _lock(lock), _connection(connection)
     {
         _fd = _connection.getEventLoopPollData().fd;
     }
@@ -72,16 +81,22 @@ public:
     }
     void dispatch() override
     {
-        std::lock_guard<std::recursive_mutex> guard(_lock);
-        try {
-            while (_connection.processPendingRequest()) {
+        {
+            std::lock_guard<std::recursive_mutex> guard(_lock);
+            servingBusOnLoop = true;
+            try {
+                while (_connection.processPendingRequest()) {
+                }
+            } catch (const sdbus::Error &) {
+                // A broken connection: nothing more will arrive.
             }
-        } catch (const sdbus::Error &) {
-            // A broken connection: nothing more will arrive.
+            servingBusOnLoop = false;
         }
+        _state.deliverKept();
     }
 
 private:
+    ymNotificationCenter::State &_state;
     std::recursive_mutex &_lock;
     sdbus::IConnection &_connection;
     int _fd;
@@ -103,7 +118,21 @@ void ymNotificationCenter::State::received(sdbus::Message &message)
         if (value.containsValueOfType<std::string>())
             userInfo.emplace(key, value.get<std::string>());
     }
-    ymMainLoop::shared().post([this, name, userInfo] { deliver(name, userInfo); });
+    if (servingBusOnLoop)
+        kept.emplace_back(std::move(name), std::move(userInfo));
+    else
+        ymMainLoop::shared().post([this, name, userInfo] { deliver(name, userInfo); });
+}
+
+void ymNotificationCenter::State::deliverKept()
+{
+    std::vector<std::pair<std::string, UserInfo>> ready;
+    {
+        std::lock_guard<std::recursive_mutex> guard(lock);
+        ready.swap(kept);
+    }
+    for (const auto &[name, userInfo] : ready)
+        deliver(name, userInfo);
 }
 
 void ymNotificationCenter::State::deliver(const std::string &name, const UserInfo &userInfo)
@@ -139,7 +168,7 @@ ymNotificationCenter::ymNotificationCenter() : _state(new State())
         _state->connection.reset();  // no session bus: posts are dropped
         return;
     }
-    ymMainLoop::shared().addSource(std::make_shared<BusSource>(_state->lock, *_state->connection));
+    ymMainLoop::shared().addSource(std::make_shared<BusSource>(*_state, _state->lock, *_state->connection));
 }
 
 bool ymNotificationCenter::isConnected()

@@ -6,6 +6,9 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <mutex>
+#include <sys/stat.h>
+#include <unordered_map>
 
 namespace ymPropertyList {
 
@@ -34,6 +37,56 @@ Node readFile(const std::string &path, bool *isBinary)
     if (file.bad())
         return nullptr;
     return parse(bytes, isBinary);
+}
+
+namespace {
+
+struct FileIdentity {
+    dev_t device;
+    ino_t inode;
+    off_t size;
+    struct timespec modified;
+    struct timespec changed;
+    bool operator==(const FileIdentity &other) const
+    {
+        return device == other.device && inode == other.inode && size == other.size &&
+               modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec &&
+               changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
+    }
+};
+
+struct CachedFile {
+    FileIdentity identity;
+    SharedNode root;
+};
+
+constexpr size_t kMaximumCachedFiles = 128;
+
+}  // namespace
+
+SharedNode readFileShared(const std::string &path)
+{
+    static std::mutex lock;
+    static auto *cache = new std::unordered_map<std::string, CachedFile>();
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0)
+        return nullptr;
+    FileIdentity identity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        auto found = cache->find(path);
+        if (found != cache->end() && found->second.identity == identity)
+            return found->second.root;
+    }
+    Node parsed = readFile(path);
+    if (!parsed)
+        return nullptr;
+    SharedNode root(parsed.release(), NodeFree());
+    std::lock_guard<std::mutex> guard(lock);
+    if (cache->size() >= kMaximumCachedFiles)
+        cache->clear();
+    (*cache)[path] = CachedFile{identity, root};
+    return root;
 }
 
 std::string serialize(plist_t node, bool binary)

@@ -30,6 +30,17 @@ ymPropertyList::Node persistentDomain(const std::string &domain)
     return root;
 }
 
+ymPropertyList::SharedNode sharedDomain(const std::string &domain)
+{
+    std::optional<std::string> path = pathForDomain(domain);
+    if (!path)
+        return nullptr;
+    ymPropertyList::SharedNode root = ymPropertyList::readFileShared(*path);
+    if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
+        return nullptr;
+    return root;
+}
+
 namespace {
 
 // "de_DE.UTF-8@euro" reads "de-DE"; "C" and "POSIX" say nothing.

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "platform/ymBundle.h"
+#include "platform/ymProcessTable.h"
 
 extern char **environ;
 
@@ -32,33 +33,6 @@ bool hasPackageExtension(const std::string &path)
         if (extension == known)
             return true;
     return false;
-}
-
-// The executable of a process, or nothing when it cannot be read (another user's process, a
-// process that has just ended).
-std::optional<std::string> executableOf(const char *pid)
-{
-    char link[64];
-    snprintf(link, sizeof link, "/proc/%s/exe", pid);
-    char target[4096];
-    ssize_t length = readlink(link, target, sizeof target - 1);
-    if (length <= 0)
-        return std::nullopt;
-    std::string path(target, static_cast<size_t>(length));
-    static const std::string deleted = " (deleted)";
-    if (path.size() > deleted.size() && path.compare(path.size() - deleted.size(), deleted.size(), deleted) == 0)
-        path.resize(path.size() - deleted.size());
-    return path;
-}
-
-bool isProcessId(const char *name)
-{
-    if (!*name)
-        return false;
-    for (const char *c = name; *c; ++c)
-        if (*c < '0' || *c > '9')
-            return false;
-    return true;
 }
 
 std::optional<std::string> findBundleWithIdentifier(const std::string &folder, const std::string &bundleIdentifier)
@@ -91,19 +65,9 @@ bool isFilePackageAtPath(const std::string &path)
 std::vector<RunningApplication> runningApplications()
 {
     std::vector<RunningApplication> applications;
-    DIR *proc = opendir("/proc");
-    if (!proc)
-        return applications;
-    while (struct dirent *entry = readdir(proc)) {
-        if (!isProcessId(entry->d_name))
-            continue;
-        std::optional<std::string> executable = executableOf(entry->d_name);
-        if (!executable)
-            continue;
-        if (std::optional<std::string> bundle = ymBundle::bundlePathOfExecutable(*executable))
-            applications.push_back({static_cast<pid_t>(std::atoi(entry->d_name)), std::move(*bundle)});
-    }
-    closedir(proc);
+    for (const ymProcessTable::Process &process : ymProcessTable::applicationProcesses())
+        if (std::optional<std::string> bundle = ymBundle::bundlePathOfExecutable(process.executable))
+            applications.push_back({process.pid, std::move(*bundle)});
     return applications;
 }
 

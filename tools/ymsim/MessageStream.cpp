@@ -1,6 +1,6 @@
 #include "MessageStream.h"
 
-std::vector<std::string> splitMessages(std::string_view text)
+std::vector<std::string> splitMessages(std::string_view text, std::string *rest)
 {
     std::vector<std::string> messages;
     int depth = 0;
@@ -28,5 +28,7 @@ std::vector<std::string> splitMessages(std::string_view text)
                 messages.emplace_back(text.substr(start, i - start + 1));
         }
     }
+    if (rest)
+        rest->assign(depth > 0 ? text.substr(start) : std::string_view());
     return messages;
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
-// The top-level {...} objects of the text, in order; text outside them is passed over, and an
-// object that is not closed by the end of the text is left out.
-std::vector<std::string> splitMessages(std::string_view text);
+// The top-level {...} objects of the text, in order; text outside them is passed over. An object
+// that is not closed by the end of the text goes to `rest` (when given), to be completed by what
+// comes next: the sender's boundary rule may deliver a message cut after an inner "}".
+std::vector<std::string> splitMessages(std::string_view text, std::string *rest = nullptr);

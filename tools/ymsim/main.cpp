@@ -4,15 +4,18 @@
 //       makes D/yumoapp.app (D defaults to $HOME/Applications): an Info.plist with the meeting
 //       client's identifier and CFBundleVersion V, and this program as Contents/MacOS/yumoapp.
 //
-//   <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet]
+//   <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet] [--no-audio-events]
 //       plays the meeting client and the host process: listens on both sockets of the group
 //       container and observes the notification names they observe; answers every presence
 //       request with "result" R (default "1:OK") and "PresenceStatus" N (default 1), and turns
 //       every audio command into an audio event for the same device, each on the transport the
 //       request came by. Prints "ready" when serving and a line per message received (unless
 //       --quiet); runs until killed, for S seconds, or until its group container is removed.
+//       --no-audio-events takes audio commands without answering them. An audio command for the
+//       device "ymsim-report" prints "received N", the number of messages received before it.
 #include <YumoClientSdk/YumoClientSdk.h>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -33,7 +36,12 @@ struct Options {
     int presence = 1;
     int seconds = -1;
     bool quiet = false;
+    bool audioEvents = true;
 };
+
+// An audio command for this device makes the simulator print how many messages it has received
+// (the benchmark's way of asking without stopping it).
+const char *const kReportDevice = "ymsim-report";
 
 Options options;
 std::atomic<long> receivedCount{0};
@@ -41,7 +49,8 @@ std::atomic<long> receivedCount{0};
 void usage()
 {
     std::fprintf(stderr, "usage: ymsim install --version V [--dir D]\n"
-                         "       <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet]\n");
+                         "       <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet]\n"
+                         "                                       [--no-audio-events]\n");
 }
 
 // ---- install ----
@@ -130,6 +139,10 @@ void handle(const std::string &transport, const std::string &text, const std::fu
 {
     ++receivedCount;
     say(("received " + transport + ": %s").c_str(), text);
+    // Taking audio commands without answering them needs no parsing: only count them.
+    if (!options.audioEvents && text.find("\"commandId\":2") != std::string::npos &&
+        text.find(kReportDevice) == std::string::npos)
+        return;
     std::optional<nlohmann::json> message = yStringUtils::toArrayOrNSDictionary(text);
     if (!message || !message->is_object())
         return;
@@ -137,8 +150,13 @@ void handle(const std::string &transport, const std::string &text, const std::fu
     if (commandId == 1) {
         reply(presenceAnswer());
     } else if (commandId == 2) {
-        if (std::optional<std::string> event = audioEvent(*message))
-            reply(*event);
+        if (message->value("deviceName", "") == kReportDevice) {
+            std::printf("received %ld\n", receivedCount.load() - 1);
+            std::fflush(stdout);
+        } else if (options.audioEvents) {
+            if (std::optional<std::string> event = audioEvent(*message))
+                reply(*event);
+        }
     }
 }
 
@@ -153,14 +171,17 @@ public:
     bool listening() const { return _channel != nullptr; }
     int32_t onMessageRecieved(const std::optional<std::string> &text) override
     {
-        // Messages that arrived together come as one text.
-        for (const std::string &message : splitMessages(text.value_or("")))
+        // Messages that arrived together come as one text; a message cut short is completed by
+        // the next text.
+        std::string gathered = _unfinished + text.value_or("");
+        for (const std::string &message : splitMessages(gathered, &_unfinished))
             handle("socket " + _name, message, [this](const std::string &answer) { _channel->sendMessage(answer); });
         return 0;
     }
 
 private:
     std::string _name;
+    std::string _unfinished;
     std::shared_ptr<YMSocketIPCChannel_SDK> _channel;
 };
 
@@ -189,6 +210,8 @@ int serve(int argc, char **argv)
             options.seconds = std::atoi(argv[++i]);
         else if (!std::strcmp(argv[i], "--quiet"))
             options.quiet = true;
+        else if (!std::strcmp(argv[i], "--no-audio-events"))
+            options.audioEvents = false;
         else {
             usage();
             return 64;
@@ -229,6 +252,8 @@ int serve(int argc, char **argv)
         }
     }).detach();
 
+    // SIGTERM ends the run normally, so that --quiet can still say how much it received.
+    signal(SIGTERM, [](int) { ymMainLoop::shared().stop(); });
     if (options.seconds >= 0)
         ymMainLoop::shared().runFor(std::chrono::seconds(options.seconds));
     else

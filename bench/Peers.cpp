@@ -1,0 +1,94 @@
+#include "Peers.h"
+
+#include <YumoClientSdk/ymMainLoop.h>
+#include <YumoClientSdk/ymSdkImplement.h>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <poll.h>
+#include <sdbus-c++/sdbus-c++.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace bench {
+
+int runSocketEcho(const std::string &path)
+{
+    int listening = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    unlink(path.c_str());
+    if (bind(listening, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(listening, 1) != 0)
+        return 1;
+    std::printf("ready\n");
+    std::fflush(stdout);
+    int peer = accept(listening, nullptr, nullptr);
+    char buffer[8192];
+    for (;;) {
+        ssize_t count = read(peer, buffer, sizeof buffer);
+        if (count <= 0)
+            return 0;
+        if (write(peer, buffer, static_cast<size_t>(count)) != count)
+            return 0;
+    }
+}
+
+int runBusEcho()
+{
+    auto connection = sdbus::createSessionBusConnection();
+    auto object = sdbus::createObject(*connection, "/com/yumocorp/bench/Echo");
+    auto slot = connection->addMatch("type='signal',interface='com.yumocorp.Bench',member='BenchPing'", [&](sdbus::Message &message) {
+        std::string text;
+        message >> text;
+        auto pong = object->createSignal("com.yumocorp.Bench", "BenchPong");
+        pong << text;
+        object->emitSignal(pong);
+    });
+    std::printf("ready\n");
+    std::fflush(stdout);
+    for (;;) {
+        while (connection->processPendingRequest()) {
+        }
+        auto data = connection->getEventLoopPollData();
+        struct pollfd ready = {data.fd, data.events, 0};
+        if (poll(&ready, 1, 60000) == 0)
+            return 0;
+    }
+}
+
+int runStartupProbe()
+{
+    auto start = std::chrono::steady_clock::now();
+    ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
+    auto took = std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
+    std::printf("%.1f\n", sdk ? took : -1.0);
+    return 0;
+}
+
+int runIdleProbe(int seconds)
+{
+    ymSdkImplement::SharedInstance();
+    ymMainLoop::shared().runFor(std::chrono::milliseconds(200));  // let the start-up settle
+    struct rusage before, after;
+    getrusage(RUSAGE_SELF, &before);
+    ymMainLoop::shared().runFor(std::chrono::seconds(seconds));
+    getrusage(RUSAGE_SELF, &after);
+    auto seconds_of = [](const timeval &t) { return t.tv_sec + t.tv_usec / 1e6; };
+    double cpu = seconds_of(after.ru_utime) - seconds_of(before.ru_utime) + seconds_of(after.ru_stime) - seconds_of(before.ru_stime);
+    long rss = 0, threads = 0;
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmRSS:", 0) == 0)
+            rss = std::atol(line.c_str() + 6);
+        if (line.rfind("Threads:", 0) == 0)
+            threads = std::atol(line.c_str() + 8);
+    }
+    std::printf("{\"cpuSeconds\":%.4f,\"rssKiB\":%ld,\"threads\":%ld}\n", cpu, rss, threads);
+    return 0;
+}
+
+}  // namespace bench
