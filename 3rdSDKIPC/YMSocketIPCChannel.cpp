@@ -63,16 +63,30 @@ void YMSocketIPCChannel_SDK::sendMessage(const std::optional<std::string> &messa
         _socketClient->send(message);
 }
 
+namespace {
+
+// The log line shows a gathered text whole up to this size. Beyond it (only a peer that sends
+// far more than any message without a boundary gets there) it shows the start and says how much
+// more there is, so that each read does not write everything gathered so far once again.
+constexpr size_t kLoggedTextLimit = 64 * 1024;
+
+}  // namespace
+
 int32_t YMSocketIPCChannel_SDK::onMessageRecieved(const std::string &message)
 {
-    YM_LOG("%s: recieved msg: %s", "-[YMSocketIPCChannel_SDK onMessageRecieved:]", message.c_str());
-    std::string trimmed = ymText::trimmingWhitespaceAndNewlines(message);
-    // Nothing but blanks (or nothing at all) is not a message yet.
-    if (trimmed.empty())
+    static const char *const kFn = "-[YMSocketIPCChannel_SDK onMessageRecieved:]";
+    if (message.size() <= kLoggedTextLimit)
+        YM_LOG("%s: recieved msg: %s", kFn, message.c_str());
+    else
+        YM_LOG("%s: recieved msg: %.*s... (%zu more bytes)", kFn, static_cast<int>(kLoggedTextLimit), message.c_str(),
+               message.size() - kLoggedTextLimit);
+    // The last character after trailing blanks and line breaks; nothing but blanks (or nothing at
+    // all) is not a message yet. Looked at from the end, without copying the text.
+    std::string_view trimmed = ymText::withoutTrailingWhitespaceAndNewlines(message);
+    if (trimmed.empty() || trimmed.back() != '}')
         return -1;
-    if (message.find(IPCMsg_Content_CommandId) == std::string::npos)
-        return -1;
-    if (trimmed.back() != '}')
+    const char *key = IPCMsg_Content_CommandId;
+    if (!key || message.find(key) == std::string::npos)
         return -1;
     if (!_delegate.load())
         return 0;

@@ -13,6 +13,7 @@
 #include "platform/ymUserDefaults.h"
 #include "platform/ymWorkspace.h"
 #include "sdk/ymLog.h"
+#include "sdk/ymThreadLocal.h"
 #include "sdk/ymTextRules.h"
 
 namespace {
@@ -65,7 +66,9 @@ struct LookupMemo {
     int depth = 0;
     std::optional<Lookup> lookup;
 };
-thread_local LookupMemo memo;
+// The memo of this thread's commands; gone (nullptr) while the thread ends, when look-ups are
+// simply fresh.
+LookupMemo *memo() { return ymThreadLocalInstance<LookupMemo>(); }
 
 // The log lines of a lookup, each written from one place so that a replayed lookup prints the very
 // same lines.
@@ -94,23 +97,29 @@ void replay(const Lookup &lookup)
 
 }  // namespace
 
-ymClientLookupScope::ymClientLookupScope() { ++memo.depth; }
+ymClientLookupScope::ymClientLookupScope()
+{
+    if (LookupMemo *current = memo())
+        ++current->depth;
+}
 
 ymClientLookupScope::~ymClientLookupScope()
 {
-    if (--memo.depth == 0)
-        memo.lookup.reset();
+    LookupMemo *current = memo();
+    if (current && current->depth > 0 && --current->depth == 0)
+        current->lookup.reset();
 }
 
 std::string ymAppHelper::getYumoClientInstallPath()
 {
-    if (memo.depth > 0 && memo.lookup) {
-        replay(*memo.lookup);
-        return memo.lookup->path;
+    LookupMemo *current = memo();
+    if (current && current->depth > 0 && current->lookup) {
+        replay(*current->lookup);
+        return current->lookup->path;
     }
     Lookup lookup = lookUpClient();
-    if (memo.depth > 0)
-        memo.lookup = lookup;
+    if (current && current->depth > 0)
+        current->lookup = lookup;
     return lookup.path;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/ymPropertyList.h"
+#include "sdk/ymThreadLocal.h"
 #include "platform/ymFileManager.h"
 
 BOOL ymIsFileExist(const char *path)
@@ -29,21 +30,39 @@ BOOL ymDeleteFile(const char *path)
     return ymFileManager::removeItem(path) ? YES : NO;
 }
 
+namespace {
+
+// What the functions answer lives on in the calling thread's storage until its next call; a call
+// made while the thread ends, after that storage is gone, gets storage of its own that is kept.
+template <typename T>
+T &answerStorage()
+{
+    if (T *kept = ymThreadLocalInstance<T>())
+        return *kept;
+    return *new T();
+}
+
+struct DirectoryListing {
+    std::vector<std::string> names;
+    std::vector<const char *> list;
+};
+
+}  // namespace
+
 const char *const *ymGetDirectoryItems(const char *path)
 {
-    thread_local std::vector<std::string> names;
-    thread_local std::vector<const char *> list;
     if (!path || !ymFileManager::isDirectory(path))
         return nullptr;
     std::optional<std::vector<std::string>> entries = ymFileManager::contentsOfDirectory(path);
     if (!entries)
         return nullptr;
-    names = std::move(*entries);
-    list.clear();
-    for (const std::string &name : names)
-        list.push_back(name.c_str());
-    list.push_back(nullptr);
-    return list.data();
+    DirectoryListing &listing = answerStorage<DirectoryListing>();
+    listing.names = std::move(*entries);
+    listing.list.clear();
+    for (const std::string &name : listing.names)
+        listing.list.push_back(name.c_str());
+    listing.list.push_back(nullptr);
+    return listing.list.data();
 }
 
 BOOL ymCreateDirection(const char *path)
@@ -64,7 +83,7 @@ BOOL ymMoveFile(const char *sourcePath, const char *destinationPath)
 
 const char *ymGetFileVersion(const char *bundlePath)
 {
-    thread_local std::string version;
+    std::string &version = answerStorage<std::string>();
     version.clear();
     if (!bundlePath)
         return version.c_str();

@@ -229,6 +229,18 @@ std::string trimmingWhitespaceAndNewlines(std::string_view text)
     return std::string(text.substr(begin, end - begin));
 }
 
+std::string_view withoutTrailingWhitespaceAndNewlines(std::string_view text)
+{
+    size_t end = text.size();
+    while (end > 0) {
+        size_t length = trailingBlankLength(text, end);
+        if (length == 0)
+            break;
+        end -= length;
+    }
+    return text.substr(0, end);
+}
+
 std::string replacingOccurrences(std::string_view text, std::string_view target, std::string_view replacement)
 {
     if (target.empty())

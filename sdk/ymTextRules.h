@@ -36,6 +36,9 @@ std::vector<std::string> componentsSeparatedBy(std::string_view text, std::strin
 // Removes blanks and line breaks (ASCII and the Unicode spaces) from both ends.
 std::string trimmingWhitespaceAndNewlines(std::string_view text);
 
+// The text without its trailing blanks and line breaks: a view, nothing copied.
+std::string_view withoutTrailingWhitespaceAndNewlines(std::string_view text);
+
 // Replaces every occurrence of `target` with `replacement`; an empty target changes nothing.
 std::string replacingOccurrences(std::string_view text, std::string_view target, std::string_view replacement);
 

@@ -206,6 +206,14 @@ TEST_F(DeviceRegistry, EmptySharedListEmptiesThisProcessesListAndSendsNothing)
     EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
 }
 
+TEST_F(DeviceRegistry, FacadeReleasedWhileItsProcessExitsCleansUpCleanly)
+{
+    ymtest::ChildProcess companion(ymtest::helperProgram("companion_peer"), {"held-until-exit", "Headset", "4"});
+    EXPECT_EQ(companion.readLine(), "YES");
+    EXPECT_EQ(companion.wait(), 0);  // the clean-up logged while the process ended, and nothing broke
+    EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
+}
+
 TEST_F(DeviceRegistry, ReleasingAFacadeCleansUpItsDevices)
 {
     listenAsHost();

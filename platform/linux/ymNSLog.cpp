@@ -1,5 +1,7 @@
 #include "platform/ymNSLog.h"
 
+#include "sdk/ymThreadLocal.h"
+
 #include <atomic>
 #include <cerrno>
 #include <pthread.h>
@@ -107,8 +109,13 @@ char *writeHead(char *buffer, const char *limit, const char *fileName, int line)
 void ymNSLogLineV(const char *fileName, int line, const char *format, va_list arguments)
 {
     // Each thread keeps a line buffer that grows to the longest line it has written, so a line is
-    // formatted once; only a line longer than any before it is formatted a second time.
-    thread_local std::vector<char> buffer(kStackLineSize);
+    // formatted once; only a line longer than any before it is formatted a second time. A line
+    // written while the thread ends, after its buffer is gone, uses one of its own.
+    std::vector<char> *kept = ymThreadLocalInstance<std::vector<char>>();
+    std::vector<char> ownBuffer;
+    std::vector<char> &buffer = kept ? *kept : ownBuffer;
+    if (buffer.size() < kStackLineSize)
+        buffer.resize(kStackLineSize);
     char *headEnd = writeHead(buffer.data(), buffer.data() + buffer.size() - 2, fileName, line);
     if (!headEnd)
         return;

@@ -12,6 +12,81 @@
 
 namespace ymPropertyList {
 
+namespace {
+
+uint64_t bigEndian(const unsigned char *bytes, size_t count)
+{
+    uint64_t value = 0;
+    for (size_t i = 0; i < count; ++i)
+        value = (value << 8) | bytes[i];
+    return value;
+}
+
+// libplist aborts (an assertion) when it is asked for a key or text that holds a zero byte, so
+// such lists are refused before they are parsed. In XML that is a raw zero byte or a character
+// reference to 0; in the binary form, a string object with a zero character. Anything else
+// malformed is left to the parser.
+bool holdsZeroInText(const std::string &bytes, bool binary)
+{
+    const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
+    const size_t size = bytes.size();
+    if (!binary) {
+        if (bytes.find('\0') != std::string::npos)
+            return true;
+        for (size_t at = bytes.find("&#"); at != std::string::npos; at = bytes.find("&#", at + 2)) {
+            size_t i = at + 2;
+            bool hex = i < size && (bytes[i] == 'x' || bytes[i] == 'X');
+            if (hex)
+                ++i;
+            size_t digits = i;
+            while (i < size && bytes[i] == '0')
+                ++i;
+            if (i > digits && i < size && bytes[i] == ';')
+                return true;
+        }
+        return false;
+    }
+    if (size < 40)
+        return false;
+    const unsigned char *trailer = data + size - 32;
+    size_t offsetSize = trailer[6];
+    uint64_t objects = bigEndian(trailer + 8, 8);
+    uint64_t table = bigEndian(trailer + 24, 8);
+    if (offsetSize == 0 || offsetSize > 8 || table >= size || objects > (size - table) / offsetSize)
+        return false;
+    for (uint64_t object = 0; object < objects; ++object) {
+        uint64_t offset = bigEndian(data + table + object * offsetSize, offsetSize);
+        if (offset >= size)
+            continue;
+        unsigned char marker = data[offset];
+        unsigned kind = marker >> 4;
+        if (kind != 0x5 && kind != 0x6)
+            continue;
+        uint64_t count = marker & 0x0f;
+        uint64_t start = offset + 1;
+        if (count == 0x0f) {  // the length follows as an integer object
+            if (start >= size || (data[start] >> 4) != 0x1)
+                continue;
+            size_t width = size_t{1} << (data[start] & 0x0f);
+            if (width > 8 || start + 1 + width > size)
+                continue;
+            count = bigEndian(data + start + 1, width);
+            start += 1 + width;
+        }
+        uint64_t unit = kind == 0x6 ? 2 : 1;
+        if (count > (size - start) / unit)
+            continue;
+        for (uint64_t i = 0; i < count; ++i) {
+            const unsigned char *character = data + start + i * unit;
+            if (character[0] == 0 && (unit == 1 || character[1] == 0))
+                return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
 Node parse(const std::string &bytes, bool *isBinary)
 {
     if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max())
@@ -19,6 +94,8 @@ Node parse(const std::string &bytes, bool *isBinary)
     const uint32_t length = static_cast<uint32_t>(bytes.size());
     plist_t root = nullptr;
     bool binary = plist_is_binary(bytes.data(), length) != 0;
+    if (holdsZeroInText(bytes, binary))
+        return nullptr;
     if (binary)
         plist_from_bin(bytes.data(), length, &root);
     else
@@ -115,13 +192,12 @@ std::optional<std::string> textOf(plist_t node)
     char number[64];
     switch (plist_get_node_type(node)) {
     case PLIST_STRING: {
-        char *value = nullptr;
-        plist_get_string_val(node, &value);
+        // Read with its length: libplist's copying getter aborts on a zero byte inside the text.
+        uint64_t length = 0;
+        const char *value = plist_get_string_ptr(node, &length);
         if (!value)
             return std::nullopt;
-        std::string text(value);
-        free(value);
-        return text;
+        return std::string(value, static_cast<size_t>(length));
     }
     case PLIST_UINT: {
         uint64_t value = 0;

@@ -7,6 +7,8 @@
 #include <memory>
 #include <pango/pangoft2.h>
 
+#include "sdk/ymThreadLocal.h"
+
 namespace ymTextLayout {
 namespace {
 
@@ -18,23 +20,27 @@ struct GObjectUnref {
     }
 };
 
-// One font map per thread: Pango's font maps are not to be shared between threads.
-PangoFontMap *threadFontMap()
+PangoFontMap *newFontMap()
 {
-    thread_local std::unique_ptr<PangoFontMap, GObjectUnref> fontMap([] {
-        PangoFontMap *map = pango_ft2_font_map_new();
-        if (map)
-            pango_ft2_font_map_set_resolution(PANGO_FT2_FONT_MAP(map), 72.0, 72.0);
-        return map;
-    }());
-    return fontMap.get();
+    PangoFontMap *map = pango_ft2_font_map_new();
+    if (map)
+        pango_ft2_font_map_set_resolution(PANGO_FT2_FONT_MAP(map), 72.0, 72.0);
+    return map;
 }
+
+// One font map per thread: Pango's font maps are not to be shared between threads.
+struct ThreadFontMap {
+    std::unique_ptr<PangoFontMap, GObjectUnref> map{newFontMap()};
+};
 
 }  // namespace
 
 double usedHeight(const std::string &text, const std::string &fontDescription, double width)
 {
-    PangoFontMap *fontMap = threadFontMap();
+    // A thread that is ending, whose font map is gone, measures with one of its own.
+    ThreadFontMap *kept = ymThreadLocalInstance<ThreadFontMap>();
+    std::unique_ptr<PangoFontMap, GObjectUnref> ownMap(kept ? nullptr : newFontMap());
+    PangoFontMap *fontMap = kept ? kept->map.get() : ownMap.get();
     if (!fontMap)
         return 0.0;
     std::unique_ptr<PangoContext, GObjectUnref> context(pango_font_map_create_context(fontMap));

@@ -234,10 +234,11 @@ int serve(int argc, char **argv)
     observe(NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT, NOTIFY_IPC_YUMOCLIENT_TO_YUMOSDK, "client");
     observe(NOTIFY_IPC_YUMOSDK_TO_YYHOST, NOTIFY_IPC_YYHOST_TO_YUMOSDK, "host");
 
-    // Serving starts once both sockets exist.
+    // Serving starts once both sockets exist (a path too long for a socket never will: the
+    // notification transport is served all the same).
     for (const std::optional<std::string> &path : {YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient(),
                                                    YMSocketIPCHelper_SDK::ipcSocketPathForYyHost()})
-        for (int tries = 0; path && access(path->c_str(), F_OK) != 0 && tries < 5000; ++tries)
+        for (int tries = 0; path && path->size() < 104 && access(path->c_str(), F_OK) != 0 && tries < 5000; ++tries)
             usleep(1000);
     std::printf("ready\n");
     std::fflush(stdout);
