@@ -12,6 +12,7 @@ libgtest-dev libgmock-dev googletest libbenchmark-dev
 dbus dbus-bin dbus-daemon
 clang libclang-rt-14-dev
 binutils procps util-linux mount
+dpkg-dev doxygen make
 "
 
 missing=""

@@ -1,4 +1,5 @@
-// YMSocketIPCChannelDelegate: the receiver of whole messages, from either transport.
+/// @file
+/// YMSocketIPCChannelDelegate: the receiver of whole messages, from either transport.
 #pragma once
 
 #include <cstdint>
@@ -7,12 +8,13 @@
 
 #include "ymBase.h"
 
+/// YMSocketIPCChannelDelegate: the receiver of whole messages, from either transport.
 class YM_EXPORT YMSocketIPCChannelDelegate {
 public:
     virtual ~YMSocketIPCChannelDelegate() = default;
 
-    // One whole message, exactly as it arrived, called on the main loop's thread (see
-    // ymMainLoop). The notification transport may hand over a missing text. The result is
-    // not looked at by the transports.
+    /// One whole message, exactly as it arrived, called on the main loop's thread (see
+    /// ymMainLoop). The notification transport may hand over a missing text. The result is
+    /// not looked at by the transports.
     virtual int32_t onMessageRecieved(const std::optional<std::string> &message) = 0;
 };

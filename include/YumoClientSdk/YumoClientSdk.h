@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * YumoClientSdk.h: everything a companion needs. From C it declares the exported names and the
  * file functions; from C++ it declares the SDK's classes too.
  */

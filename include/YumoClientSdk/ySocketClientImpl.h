@@ -1,14 +1,5 @@
-// ySocketClientImpl_SDK: the connecting end of the local socket transport.
-//
-// connect() runs on a thread of its own: it connects to the path, signals the outcome, and then
-// stays as the connection's reader, handing what it reads to the delegate (see ySocketDelegate)
-// until the peer closes. send() writes on the same socket; when there is no connection it starts
-// one fresh attempt on a new thread, waits for that attempt's outcome, and sends if it stood.
-// A connection the peer closes is re-opened only by the next send().
-//
-// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write, and since a
-// failed write of a non-empty text still answers YES, the caller learns of it only from the
-// next send(), which reconnects.
+/// @file
+/// ySocketClientImpl_SDK: the connecting end of the local socket transport.
 #pragma once
 
 #include <condition_variable>
@@ -22,34 +13,47 @@
 
 class ySocketDescriptor;
 
+/// ySocketClientImpl_SDK: the connecting end of the local socket transport.
+///
+/// connect() runs on a thread of its own: it connects to the path, signals the outcome, and then
+/// stays as the connection's reader, handing what it reads to the delegate (see ySocketDelegate)
+/// until the peer closes. send() writes on the same socket; when there is no connection it starts
+/// one fresh attempt on a new thread, waits for that attempt's outcome, and sends if it stood.
+/// A connection the peer closes is re-opened only by the next send().
+///
+/// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write, and since a
+/// failed write of a non-empty text still answers YES, the caller learns of it only from the
+/// next send(), which reconnects.
 class YM_EXPORT ySocketClientImpl_SDK : public std::enable_shared_from_this<ySocketClientImpl_SDK> {
 public:
-    // A new, unconnected client. Clients live in shared pointers: their reader threads hold them.
+    /// A new, unconnected client. Clients live in shared pointers: their reader threads hold them.
     static std::shared_ptr<ySocketClientImpl_SDK> create();
 
-    // Disconnects (see disconnect()).
+    /// Disconnects (see disconnect()).
     ~ySocketClientImpl_SDK();
 
-    // Thread body: connects, signals any send() waiting for the attempt, then reads until the
-    // connection ends. Does nothing but signal when already connected. Fails (logging why) when
-    // the path is missing, has 104 UTF-16 units or more, or nobody listens on it.
+    /// Thread body: connects, signals any send() waiting for the attempt, then reads until the
+    /// connection ends. Does nothing but signal when already connected. Fails (logging why) when
+    /// the path is missing, has 104 UTF-16 units or more, or nobody listens on it.
     void connect();
 
-    // Writes the text once. When not connected, first makes one connection attempt and waits for
-    // it; answers NO when that fails. Answers NO for a missing or empty text. Otherwise YES when
-    // the text had bytes to send, whatever the write did; for a text that converts to no bytes
-    // (65,535 bytes of UTF-8 or more), YES only when the empty write succeeded.
+    /// Writes the text once. When not connected, first makes one connection attempt and waits for
+    /// it; answers NO when that fails. Answers NO for a missing or empty text. Otherwise YES when
+    /// the text had bytes to send, whatever the write did; for a text that converts to no bytes
+    /// (65,535 bytes of UTF-8 or more), YES only when the empty write succeeded.
     bool send(const std::optional<std::string> &message);
 
-    // Closes the socket when it is open; the reader then finishes by itself.
+    /// Closes the socket when it is open; the reader then finishes by itself.
     void disconnect();
 
-    // The server's socket path (copied). Set it before connect().
+    /// The server's socket path (copied). Set it before connect().
     std::optional<std::string> socketPath() const;
+    /// Sets the path (copied).
     void setSocketPath(const std::optional<std::string> &socketPath);
 
-    // The receiver of the text read (weak: it is never kept alive by the client).
+    /// The receiver of the text read (weak: it is never kept alive by the client).
     std::shared_ptr<ySocketDelegate> delegate() const;
+    /// Sets the receiver of the text read (held weakly).
     void setDelegate(const std::weak_ptr<ySocketDelegate> &delegate);
 
     ySocketClientImpl_SDK(const ySocketClientImpl_SDK &) = delete;
@@ -60,8 +64,8 @@ private:
     void readUntilClosed();
     void closeUnpublished(int fd);
 
-    std::unique_ptr<ySocketDescriptor> _fd;  // the socket; -1 when not connected
-    // The condition: held for a whole connection attempt, and waited on by send().
+    std::unique_ptr<ySocketDescriptor> _fd;  ///< the socket; -1 when not connected
+    /// The condition: held for a whole connection attempt, and waited on by send().
     std::mutex _conditionLock;
     std::condition_variable _condition;
     std::optional<std::string> _socketPath;

@@ -1,15 +1,5 @@
-// ySocketServerImpl_SDK: the listening end of the local socket transport.
-//
-// It binds a Unix-domain stream socket at a path, accepts any number of peers, reads each peer on
-// a thread of its own and hands what arrives to its delegate (see ySocketDelegate), and broadcasts
-// outgoing text to every peer at once. It knows nothing of the message content.
-//
-// Threads: start() runs the accept loop on the thread that calls it and never returns once the
-// socket listens, not even after end(): from then on every accept fails and the loop keeps
-// logging "accept error, discard!". Each accepted peer gets a detached reader thread. The
-// accept thread and the reader threads keep the object alive while they run.
-//
-// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write.
+/// @file
+/// ySocketServerImpl_SDK: the listening end of the local socket transport.
 #pragma once
 
 #include <memory>
@@ -23,38 +13,52 @@
 
 class ySocketDescriptor;
 
+/// ySocketServerImpl_SDK: the listening end of the local socket transport.
+///
+/// It binds a Unix-domain stream socket at a path, accepts any number of peers, reads each peer on
+/// a thread of its own and hands what arrives to its delegate (see ySocketDelegate), and broadcasts
+/// outgoing text to every peer at once. It knows nothing of the message content.
+///
+/// Threads: start() runs the accept loop on the thread that calls it and never returns once the
+/// socket listens, not even after end(): from then on every accept fails and the loop keeps
+/// logging "accept error, discard!". Each accepted peer gets a detached reader thread. The
+/// accept thread and the reader threads keep the object alive while they run.
+///
+/// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write.
 class YM_EXPORT ySocketServerImpl_SDK : public std::enable_shared_from_this<ySocketServerImpl_SDK> {
 public:
-    // A new server without a socket. Servers live in shared pointers: their threads hold them.
+    /// A new server without a socket. Servers live in shared pointers: their threads hold them.
     static std::shared_ptr<ySocketServerImpl_SDK> create();
 
-    // Ends the server (see end()).
+    /// Ends the server (see end()).
     ~ySocketServerImpl_SDK();
 
-    // Makes, binds and listens on the socket, then accepts peers for ever on the calling thread.
-    // Returns only when the set-up fails, and then answers NO: no path, a path of 104 UTF-16
-    // units or more (refused before any socket is made), or socket(), bind() or listen() failed.
-    // A stale socket file at the path is removed first. Run it on a thread of its own.
+    /// Makes, binds and listens on the socket, then accepts peers for ever on the calling thread.
+    /// Returns only when the set-up fails, and then answers NO: no path, a path of 104 UTF-16
+    /// units or more (refused before any socket is made), or socket(), bind() or listen() failed.
+    /// A stale socket file at the path is removed first. Run it on a thread of its own.
     bool start();
 
-    // Writes the text once to every accepted peer, in the order they were accepted. Answers NO
-    // when there is no listening socket or no peer; otherwise YES, whatever the writes did.
-    // A text whose UTF-8 form has 65,535 bytes or more is not sent whole (see ySocketFraming).
+    /// Writes the text once to every accepted peer, in the order they were accepted. Answers NO
+    /// when there is no listening socket or no peer; otherwise YES, whatever the writes did.
+    /// A text whose UTF-8 form has 65,535 bytes or more is not sent whole (see ySocketFraming).
     bool send(const std::optional<std::string> &message);
 
-    // Closes the listening socket and every accepted connection. Answers NO, touching nothing,
-    // when there is no listening socket. The reader threads then finish by themselves.
+    /// Closes the listening socket and every accepted connection. Answers NO, touching nothing,
+    /// when there is no listening socket. The reader threads then finish by themselves.
     bool end();
 
-    // Body of the reader thread of one accepted connection.
+    /// Body of the reader thread of one accepted connection.
     void connectionProcessFunc(int fd);
 
-    // The socket's path (copied). Set it before start().
+    /// The socket's path (copied). Set it before start().
     std::optional<std::string> socketPath() const;
+    /// Sets the path (copied).
     void setSocketPath(const std::optional<std::string> &socketPath);
 
-    // The receiver of the text read (weak: it is never kept alive by the server).
+    /// The receiver of the text read (weak: it is never kept alive by the server).
     std::shared_ptr<ySocketDelegate> delegate() const;
+    /// Sets the receiver of the text read (held weakly).
     void setDelegate(const std::weak_ptr<ySocketDelegate> &delegate);
 
     ySocketServerImpl_SDK(const ySocketServerImpl_SDK &) = delete;
@@ -63,8 +67,8 @@ public:
 private:
     ySocketServerImpl_SDK();
 
-    std::unique_ptr<ySocketDescriptor> _fd;  // the listening socket; -1 when there is none
-    int _cl = 0;  // never assigned; printed beside _fd
+    std::unique_ptr<ySocketDescriptor> _fd;  ///< the listening socket; -1 when there is none
+    int _cl = 0;  ///< never assigned; printed beside _fd
     std::vector<int> _vecConnections;
     std::mutex _vecConnectionsLock;
     std::optional<std::string> _socketPath;

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * ymAppDefine.h: the names that find, identify and wake the meeting client, exported for
  * companions. Usable from C and C++.
  *
@@ -12,24 +13,24 @@
 
 YM_EXTERN_C_BEGIN
 
-/* "/Applications/%@": the system Applications folder, "%@" standing for the application's name. */
+/** "/Applications/%@": the system Applications folder, "%@" standing for the application's name. */
 YM_EXPORT extern const char *kYumoappAppLaunchPath;
-/* "~/Library/Application Support/yumoapp/yumoapp.app": the meeting client's own copy. */
+/** "~/Library/Application Support/yumoapp/yumoapp.app": the meeting client's own copy. */
 YM_EXPORT extern const char *kYumoappUserAppLaunchPath;
-/* "com.yumocorp.yumoapp": the meeting client's bundle identifier. */
+/** "com.yumocorp.yumoapp": the meeting client's bundle identifier. */
 YM_EXPORT extern const char *kYumoappIdentify;
-/* "yumoapp.app": the meeting client's bundle name. */
+/** "yumoapp.app": the meeting client's bundle name. */
 YM_EXPORT extern const char *kYumoClientAppName;
-/* "Yumocorp (Q4W7N2R8TX)": the maker's signing authority, for the companion's own use. */
+/** "Yumocorp (Q4W7N2R8TX)": the maker's signing authority, for the companion's own use. */
 YM_EXPORT extern const char *kYMAuthority;
-/* "com.microsoft.Outlook": Outlook's bundle identifier. */
+/** "com.microsoft.Outlook": Outlook's bundle identifier. */
 YM_EXPORT extern const char *keyOutlookIdentifier;
 
-/* "Noti_ActivateYumoApplicationExternally": hands a URL to the running meeting client. */
+/** "Noti_ActivateYumoApplicationExternally": hands a URL to the running meeting client. */
 YM_EXPORT extern const char *kNoti_ActivateYumoApplicationExternally;
-/* "Param_ActivateYumoApplicationExternally": the key of that URL in the user information. */
+/** "Param_ActivateYumoApplicationExternally": the key of that URL in the user information. */
 YM_EXPORT extern const char *kParam_ActivateYumoApplicationExternally;
-/* "Noti_SilentActiveYumoApp": asks the running meeting client to activate silently. */
+/** "Noti_SilentActiveYumoApp": asks the running meeting client to activate silently. */
 YM_EXPORT extern const char *kNoti_SilentActiveYumoApplication;
 
 YM_EXTERN_C_END

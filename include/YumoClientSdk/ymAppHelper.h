@@ -1,7 +1,5 @@
-// ymAppHelper: finding, launching and checking the meeting client, Outlook and signatures.
-//
-// Nothing is cached: every answer is computed afresh from the file system, the defaults and the
-// process table, so a client installed, removed, launched or quit is seen by the next call.
+/// @file
+/// ymAppHelper: finding, launching and checking the meeting client, Outlook and signatures.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -11,131 +9,135 @@
 #include "ymAppDefine.h"
 #include "ymBase.h"
 
+/// ymAppHelper: finding, launching and checking the meeting client, Outlook and signatures.
+///
+/// Nothing is cached: every answer is computed afresh from the file system, the defaults and the
+/// process table, so a client installed, removed, launched or quit is seen by the next call.
 class YM_EXPORT ymAppHelper {
 public:
-    // The shared helper, created on first use and never destroyed.
+    /// The shared helper, created on first use and never destroyed.
     static ymAppHelper *sharedInstance();
 
-    // ---- Finding the meeting client ----
+    /// ---- Finding the meeting client ----
 
-    // kYumoappIdentify as text.
+    /// kYumoappIdentify as text.
     std::string getYumoappIdentifier();
 
-    // kYumoappAppLaunchPath filled with kYumoClientAppName: "/Applications/yumoapp.app".
+    /// kYumoappAppLaunchPath filled with kYumoClientAppName: "/Applications/yumoapp.app".
     std::string getYumoappAppPath();
 
-    // The user's Applications folder with kYumoClientAppName: "$HOME/Applications/yumoapp.app".
+    /// The user's Applications folder with kYumoClientAppName: "$HOME/Applications/yumoapp.app".
     std::string getYumoappUserAppPath();
 
-    // The meeting client's bundle path, the first of these that is a bundle: the "installPath"
-    // of the client's defaults domain; /Applications/yumoapp.app; the client's own copy under
-    // ~/Library/Application Support (with Outlook's container taken out of the path); the user's
-    // Applications folder. When none is, the last is answered anyway: test it before use.
+    /// The meeting client's bundle path, the first of these that is a bundle: the "installPath"
+    /// of the client's defaults domain; /Applications/yumoapp.app; the client's own copy under
+    /// ~/Library/Application Support (with Outlook's container taken out of the path); the user's
+    /// Applications folder. When none is, the last is answered anyway: test it before use.
     std::string getYumoClientInstallPath();
 
-    // YES when the path is an existing folder that is a file package (an .app and the like).
+    /// YES when the path is an existing folder that is a file package (an .app and the like).
     bool IsAppExist(const std::optional<std::string> &path);
 
-    // The executable of the bundle at getYumoClientInstallPath(), or nil when it names none.
-    // Writes whether that bundle exists through `exists` (when given).
+    /// The executable of the bundle at getYumoClientInstallPath(), or nil when it names none.
+    /// Writes whether that bundle exists through `exists` (when given).
     std::optional<std::string> getYumoappLaunchPath(BOOL *exists);
 
-    // YES when the meeting client's bundle was found.
+    /// YES when the meeting client's bundle was found.
     bool isYumoappInstalled();
 
-    // YES when a running process belongs to a bundle with the meeting client's identifier.
+    /// YES when a running process belongs to a bundle with the meeting client's identifier.
     bool isYumoRunning();
 
-    // ---- Launching and activating the meeting client ----
+    /// ---- Launching and activating the meeting client ----
 
-    // Starts the meeting client's executable, detached, without waiting for it. YES only when a
-    // new instance was started. When the client already runs it is handed the launch URL
-    // ("yumoconf://meet.yumocorp.com/start") with the activation notification instead, and the
-    // answer is NO. NO also when the client is not installed or cannot be started.
+    /// Starts the meeting client's executable, detached, without waiting for it. YES only when a
+    /// new instance was started. When the client already runs it is handed the launch URL
+    /// ("yumoconf://meet.yumocorp.com/start") with the activation notification instead, and the
+    /// answer is NO. NO also when the client is not installed or cannot be started.
     bool LaunchYumoClient();
 
-    // Posts the activation notification (kNoti_ActivateYumoApplicationExternally) with the URL
-    // under kParam_ActivateYumoApplicationExternally. Nothing is awaited.
+    /// Posts the activation notification (kNoti_ActivateYumoApplicationExternally) with the URL
+    /// under kParam_ActivateYumoApplicationExternally. Nothing is awaited.
     void walkWithAlreadyRunningYumoapp(const std::optional<std::string> &url);
 
-    // Asks a running meeting client to activate silently; never starts one.
+    /// Asks a running meeting client to activate silently; never starts one.
     void silentActiveYumoClient();
 
-    // Posts the silent-activation notification (kNoti_SilentActiveYumoApplication).
+    /// Posts the silent-activation notification (kNoti_SilentActiveYumoApplication).
     void silentActiveAlreadyRunningYumoapp();
 
-    // Starts the first application with the identifier in /Applications or ~/Applications (YES
-    // also when it already runs). NO when there is none or it cannot be started.
+    /// Starts the first application with the identifier in /Applications or ~/Applications (YES
+    /// also when it already runs). NO when there is none or it cannot be started.
     bool launchApplicationWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
 
-    // YES when a running process belongs to a bundle with the identifier.
+    /// YES when a running process belongs to a bundle with the identifier.
     bool isAppRunningWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
 
-    // YES when an application with the identifier is in /Applications or ~/Applications.
+    /// YES when an application with the identifier is in /Applications or ~/Applications.
     bool isAppInstalledWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
 
-    // Sets CFBundleIdentifier in the property list with
-    //     /usr/libexec/PlistBuddy -c "Set:CFBundleIdentifier <identifier>" "<path>"
-    // (nothing in it is escaped). YES when the tool succeeded; NO when the file is missing or the
-    // tool failed.
+    /// Sets CFBundleIdentifier in the property list with
+    ///     /usr/libexec/PlistBuddy -c "Set:CFBundleIdentifier <identifier>" "<path>"
+    /// (nothing in it is escaped). YES when the tool succeeded; NO when the file is missing or the
+    /// tool failed.
     bool modifyBundleIdentify(const std::optional<std::string> &plistPath, const std::optional<std::string> &identifier);
 
-    // ---- Outlook and the operating system ----
+    /// ---- Outlook and the operating system ----
 
-    // The packed system version (0x1068 for 10.6.8) from Gestalt; 0 when it fails, as it always
-    // does on this platform.
+    /// The packed system version (0x1068 for 10.6.8) from Gestalt; 0 when it fails, as it always
+    /// does on this platform.
     int32_t macOSVersion();
 
-    // YES when macOSVersion() is above 0x1060.
+    /// YES when macOSVersion() is above 0x1060.
     bool isSupportedOSVersion();
 
-    // Outlook's CFBundleShortVersionString; nil (or empty) when Outlook, its Info.plist or the key
-    // is missing.
+    /// Outlook's CFBundleShortVersionString; nil (or empty) when Outlook, its Info.plist or the key
+    /// is missing.
     std::optional<std::string> OutlookVersion();
 
-    // YES for Outlook 14.1.4 and later (components compared as signed numbers).
+    /// YES for Outlook 14.1.4 and later (components compared as signed numbers).
     bool isSupportedOutlookVersion();
 
-    // The value of a top-level key of a property list (XML or binary), as JSON; nil when the file
-    // is missing or not a property list, or has no such key.
+    /// The value of a top-level key of a property list (XML or binary), as JSON; nil when the file
+    /// is missing or not a property list, or has no such key.
     std::optional<nlohmann::json> objectForPropertyListKey(const std::optional<std::string> &key,
                                                            const std::optional<std::string> &filePath);
 
-    // Starts Outlook (see launchApplicationWithBundleIdentifier).
+    /// Starts Outlook (see launchApplicationWithBundleIdentifier).
     bool launchOutlookApp();
 
-    // YES while Outlook runs.
+    /// YES while Outlook runs.
     bool isOutlookRunning();
 
-    // YES when Outlook is installed.
+    /// YES when Outlook is installed.
     bool isOutlookInstalled();
 
-    // The user's first preferred language ("en-US"): the "AppleLanguages" list of the global
-    // defaults domain, or else the locale of the environment. Nil when neither says anything.
+    /// The user's first preferred language ("en-US"): the "AppleLanguages" list of the global
+    /// defaults domain, or else the locale of the environment. Nil when neither says anything.
     std::optional<std::string> getSystemLanguage();
 
-    // ---- Code signatures ----
+    /// ---- Code signatures ----
 
-    // Asks the system's signing tool whether the bundle is signed by the maker's team with a
-    // chain that ends in Apple's root:
-    //     /usr/bin/codesign -v --verbose=1  -R="anchor apple generic and certificate leaf[subject.OU] = Q4W7N2R8TX" "<path>"
-    // YES only when it exits with 0. NO for an empty or missing path, without running anything.
-    // This platform has no such tool, so the answer is NO unless one is provided.
+    /// Asks the system's signing tool whether the bundle is signed by the maker's team with a
+    /// chain that ends in Apple's root:
+    ///     /usr/bin/codesign -v --verbose=1  -R="anchor apple generic and certificate leaf[subject.OU] = Q4W7N2R8TX" "<path>"
+    /// YES only when it exits with 0. NO for an empty or missing path, without running anything.
+    /// This platform has no such tool, so the answer is NO unless one is provided.
     bool checkAppCodeSign(const std::optional<std::string> &path);
 
-    // YES when the installer package (a xar archive) is signed, its first signature carries at
-    // least three certificates, the first certificate's subject is "Developer ID Installer:
-    // Yumocorp (Q4W7N2R8TX)" and the third's is "Apple Root CA" (exact comparisons). The chain is
-    // judged by its members' names only; the signature itself is not verified. NO otherwise.
+    /// YES when the installer package (a xar archive) is signed, its first signature carries at
+    /// least three certificates, the first certificate's subject is "Developer ID Installer:
+    /// Yumocorp (Q4W7N2R8TX)" and the third's is "Apple Root CA" (exact comparisons). The chain is
+    /// judged by its members' names only; the signature itself is not verified. NO otherwise.
     bool checkCodeSignForYumoPkg(const std::optional<std::string> &path);
 
-    // The command line checkAppCodeSign runs for a path.
+    /// The command line checkAppCodeSign runs for a path.
     static std::string codeSignCommandLine(const std::string &path);
 
     ymAppHelper(const ymAppHelper &) = delete;
     ymAppHelper &operator=(const ymAppHelper &) = delete;
 
-    // How one look-up of the meeting client went (kept inside the SDK).
+    /// How one look-up of the meeting client went (kept inside the SDK).
     struct Lookup;
 
 private:

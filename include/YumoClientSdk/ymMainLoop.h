@@ -1,24 +1,5 @@
-// ymMainLoop: the SDK's main loop, where every answer reaches the companion.
-//
-// Messages from the meeting client and its host process arrive on the SDK's own threads; the SDK
-// posts each whole message to this loop, and the companion's delegate is called on the thread that
-// runs it, in the order the messages were completed. The loop also serves the session-bus
-// connection of the notification transport.
-//
-// Run it in one of two ways, from the thread that should receive the callbacks (normally main):
-//
-//   1. Let the SDK run it:
-//          ymMainLoop::shared().run();                  // until stop()
-//          ymMainLoop::shared().runFor(std::chrono::seconds(5));
-//          ymMainLoop::shared().runUntil([&] { return answered; }, std::chrono::seconds(2));
-//
-//   2. Hook it into your own loop (poll, epoll, GLib, Qt, ...): watch fileDescriptor() for
-//      readability, and whenever it is readable call dispatch(). For example with poll(2):
-//          struct pollfd p = { ymMainLoop::shared().fileDescriptor(), POLLIN, 0 };
-//          while (poll(&p, 1, -1) >= 0) ymMainLoop::shared().dispatch();
-//      With GLib: g_unix_fd_add(fd, G_IO_IN, callback that calls dispatch() and returns TRUE).
-//
-// Work nobody dispatches waits in the queue; nothing is dropped.
+/// @file
+/// ymMainLoop: the SDK's main loop, where every answer reaches the companion.
 #pragma once
 
 #include <chrono>
@@ -28,48 +9,71 @@
 
 #include "ymBase.h"
 
+/// ymMainLoop: the SDK's main loop, where every answer reaches the companion.
+///
+/// Messages from the meeting client and its host process arrive on the SDK's own threads; the SDK
+/// posts each whole message to this loop, and the companion's delegate is called on the thread that
+/// runs it, in the order the messages were completed. The loop also serves the session-bus
+/// connection of the notification transport.
+///
+/// Run it in one of two ways, from the thread that should receive the callbacks (normally main):
+///
+/// 1. Let the SDK run it:
+/// ymMainLoop::shared().run();                  // until stop()
+/// ymMainLoop::shared().runFor(std::chrono::seconds(5));
+/// ymMainLoop::shared().runUntil([&] { return answered; }, std::chrono::seconds(2));
+///
+/// 2. Hook it into your own loop (poll, epoll, GLib, Qt, ...): watch fileDescriptor() for
+/// readability, and whenever it is readable call dispatch(). For example with poll(2):
+/// struct pollfd p = { ymMainLoop::shared().fileDescriptor(), POLLIN, 0 };
+/// while (poll(&p, 1, -1) >= 0) ymMainLoop::shared().dispatch();
+/// With GLib: g_unix_fd_add(fd, G_IO_IN, callback that calls dispatch() and returns TRUE).
+///
+/// Work nobody dispatches waits in the queue; nothing is dropped.
 class YM_EXPORT ymMainLoop {
 public:
-    // The process-wide loop. Created on first use and never destroyed.
+    /// The process-wide loop. Created on first use and never destroyed.
     static ymMainLoop &shared();
 
-    // Queues work to run on the loop's thread after everything queued before it. Any thread may
-    // call it; it never blocks on the loop.
+    /// Queues work to run on the loop's thread after everything queued before it. Any thread may
+    /// call it; it never blocks on the loop.
     void post(std::function<void()> work);
 
-    // A descriptor that polls readable while there is something to dispatch. Never closed.
+    /// A descriptor that polls readable while there is something to dispatch. Never closed.
     int fileDescriptor() const;
 
-    // Runs what is ready now (queued work and bus traffic) without waiting, on the calling
-    // thread. Answers the number of queued items that ran. Safe to call from inside a callback.
+    /// Runs what is ready now (queued work and bus traffic) without waiting, on the calling
+    /// thread. Answers the number of queued items that ran. Safe to call from inside a callback.
     size_t dispatch();
 
-    // Runs the loop on the calling thread until `done` answers true (tested after each round),
-    // stop() is called, or the time is up. Answers the last answer of `done`.
+    /// Runs the loop on the calling thread until `done` answers true (tested after each round),
+    /// stop() is called, or the time is up. Answers the last answer of `done`.
     bool runUntil(const std::function<bool()> &done, std::chrono::milliseconds timeout);
 
-    // Runs the loop for the given time (or until stop()).
+    /// Runs the loop for the given time (or until stop()).
     void runFor(std::chrono::milliseconds duration);
 
-    // Runs the loop until stop() is called.
+    /// Runs the loop until stop() is called.
     void run();
 
-    // Makes run(), runFor() and runUntil() return after the current round. Any thread.
+    /// Makes run(), runFor() and runUntil() return after the current round. Any thread.
     void stop();
 
-    // Something besides the queue that the loop serves: a descriptor to watch and what to do
-    // when it is ready. Used by the SDK for its bus connection.
+    /// Something besides the queue that the loop serves: a descriptor to watch and what to do
+    /// when it is ready. Used by the SDK for its bus connection.
     class Source {
     public:
         virtual ~Source() = default;
+        /// The descriptor to watch.
         virtual int fileDescriptor() const = 0;
-        // poll(2) events to wait for now (POLLIN, POLLOUT).
+        /// poll(2) events to wait for now (POLLIN, POLLOUT).
         virtual short pollEvents() const = 0;
-        // Milliseconds until the source wants to be dispatched anyway; -1 for no limit.
+        /// Milliseconds until the source wants to be dispatched anyway; -1 for no limit.
         virtual int timeoutMilliseconds() const { return -1; }
-        // Handles whatever is ready, without blocking.
+        /// Handles whatever is ready, without blocking.
         virtual void dispatch() = 0;
     };
+    /// Serves the source from now on, on the loop's thread.
     void addSource(const std::shared_ptr<Source> &source);
 
     ymMainLoop(const ymMainLoop &) = delete;

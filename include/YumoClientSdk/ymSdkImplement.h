@@ -1,20 +1,5 @@
-// ymSdkImplement: the one object a companion talks to.
-//
-//     ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
-//     sdk->setDelegate(myDelegate);                          // a std::shared_ptr<ymSdkDelegate>
-//     sdk->RegisterAudioDevice("Headset", "1", 2830, 3);
-//     int32_t status = sdk->GetIMPresenceStatus();           // 0: sent; the answer comes later
-//     ymMainLoop::shared().run();                            // answers arrive here
-//
-// On creation the facade sends the SDK's log to "yumoclientsdk.log" in the app-group container,
-// opens a socket channel to the meeting client and one to its host process, and starts observing
-// the notification transport. Each command first asks whether the meeting client can take it
-// (see ymAPIErrorMgr) and then goes by the socket transport when the installed client is 5.6 or
-// later, by notifications otherwise; the choice is made afresh for every command.
-//
-// Command status: 0 the text was handed to a transport (no answer is awaited); 5 the meeting
-// client is not running (also when not installed); 2 and 6 as ymAPIErrorMgr says; 8 no transport
-// to send with. ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr() gives the text.
+/// @file
+/// ymSdkImplement: the one object a companion talks to.
 #pragma once
 
 #include <atomic>
@@ -32,67 +17,93 @@
 #include "ymIPCMsgMgr.h"
 #include "ymSdkDelegate.h"
 
+/// ymSdkImplement: the one object a companion talks to.
+///
+/// ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
+/// sdk->setDelegate(myDelegate);                          // a std::shared_ptr<ymSdkDelegate>
+/// sdk->RegisterAudioDevice("Headset", "1", 2830, 3);
+/// int32_t status = sdk->GetIMPresenceStatus();           // 0: sent; the answer comes later
+/// ymMainLoop::shared().run();                            // answers arrive here
+///
+/// On creation the facade sends the SDK's log to "yumoclientsdk.log" in the app-group container,
+/// opens a socket channel to the meeting client and one to its host process, and starts observing
+/// the notification transport. Each command first asks whether the meeting client can take it
+/// (see ymAPIErrorMgr) and then goes by the socket transport when the installed client is 5.6 or
+/// later, by notifications otherwise; the choice is made afresh for every command.
+///
+/// Command status: 0 the text was handed to a transport (no answer is awaited); 5 the meeting
+/// client is not running (also when not installed); 2 and 6 as ymAPIErrorMgr says; 8 no transport
+/// to send with. ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr() gives the text.
 class YM_EXPORT ymSdkImplement : public YMSocketIPCChannelDelegate,
                                  public std::enable_shared_from_this<ymSdkImplement> {
 public:
-    // The process-wide facade, created on the first call and never destroyed. Call it first
-    // from one thread.
+    /// The process-wide facade, created on the first call and never destroyed. Call it first
+    /// from one thread.
     static ymSdkImplement *SharedInstance();
 
-    // A facade of its own, with its own channels and notification manager. When the last
-    // reference goes it cleans up its devices (see CleanupAudioDevices()).
+    /// A facade of its own, with its own channels and notification manager. When the last
+    /// reference goes it cleans up its devices (see CleanupAudioDevices()).
     static std::shared_ptr<ymSdkImplement> create();
 
     ~ymSdkImplement() override;
 
-    // The features this SDK offers: 3 (bits 1 and 2).
+    /// The features this SDK offers: 3 (bits 1 and 2).
     virtual int64_t GetSDKAvailableFeatures();
 
-    // Stores the mask when it shares a bit with GetSDKAvailableFeatures() and answers YES;
-    // otherwise answers NO and keeps the old mask.
+    /// Stores the mask when it shares a bit with GetSDKAvailableFeatures() and answers YES;
+    /// otherwise answers NO and keeps the old mask.
     bool RegisterFeature(int64_t features);
 
-    // Sends an audio command for the device to the host process. Any device may be named;
-    // it need not be registered. Answers the command status (see above).
+    /// Sends an audio command for the device to the host process. Any device may be named;
+    /// it need not be registered. Answers the command status (see above).
     int32_t SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevice);
 
-    // Registers a device this companion owns: in this process's list, which decides which audio
-    // events reach the delegate, and in the list shared by every companion of the user. NO when
-    // an argument is missing or the name or index is empty. YES also when already registered.
-    // The USB identifiers are stored as given, a number or a text.
+    /// Registers a device this companion owns: in this process's list, which decides which audio
+    /// events reach the delegate, and in the list shared by every companion of the user. NO when
+    /// an argument is missing or the name or index is empty. YES also when already registered.
+    /// The USB identifiers are stored as given, a number or a text.
     bool RegisterAudioDevice(const std::optional<std::string> &deviceName, const std::optional<std::string> &deviceIndex,
                              const std::optional<nlohmann::json> &usbVid, const std::optional<nlohmann::json> &usbPid);
 
-    // Adds the device to this process's list unless it is there.
+    /// Adds the device to this process's list unless it is there.
     void addToDeviceArray(const std::optional<std::string> &deviceName, const std::optional<std::string> &deviceIndex);
 
-    // Removes this process's devices from the shared list and sends the release command 101 for
-    // each one removed. Call it before the companion quits.
+    /// Removes this process's devices from the shared list and sends the release command 101 for
+    /// each one removed. Call it before the companion quits.
     void CleanupAudioDevices();
 
-    // Asks the meeting client for the user's presence status. Answers the command status; the
-    // answer reaches the delegate's ymSdkIMPresenceStatus on the main loop.
+    /// Asks the meeting client for the user's presence status. Answers the command status; the
+    /// answer reaches the delegate's ymSdkIMPresenceStatus on the main loop.
     int32_t GetIMPresenceStatus();
 
-    // YES when this process registered the device (same name and index) in its current run.
+    /// YES when this process registered the device (same name and index) in its current run.
     bool isRegisteredDevice(const std::optional<std::string> &deviceName, const std::optional<std::string> &deviceIndex);
 
-    // A whole message from either transport. Answers -1 for a missing text or one that is not
-    // JSON, 0 otherwise.
+    /// A whole message from either transport. Answers -1 for a missing text or one that is not
+    /// JSON, 0 otherwise.
     int32_t onMessageRecieved(const std::optional<std::string> &message) override;
 
-    // The companion's receiver of answers (weak: keep your own reference).
+    /// The companion's receiver of answers (weak: keep your own reference).
     std::shared_ptr<ymSdkDelegate> delegate() const;
+    /// Sets the companion's receiver of answers (held weakly).
     void setDelegate(const std::weak_ptr<ymSdkDelegate> &delegate);
 
+    /// The feature mask last accepted by RegisterFeature(); 0 at first. No command consults it.
     int64_t features() const;
+    /// Sets the feature mask as it is.
     void setFeatures(int64_t features);
 
+    /// The socket channel to the meeting client (nil when it could not be made).
     std::shared_ptr<YMSocketIPCChannel_SDK> socketIPCChannelToYumo() const;
+    /// Replaces the channel to the meeting client; nil leaves presence requests nothing to go by (8).
     void setSocketIPCChannelToYumo(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel);
+    /// The socket channel to the host process (nil when it could not be made).
     std::shared_ptr<YMSocketIPCChannel_SDK> socketIPCChannelToYyhost() const;
+    /// Replaces the channel to the host process; nil leaves audio commands nothing to go by (8).
     void setSocketIPCChannelToYyhost(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel);
+    /// The notification transport.
     std::shared_ptr<ymIPCMsgMgr> ipcMsgMgr() const;
+    /// Replaces the notification transport; nil leaves older clients unreachable (8).
     void setIpcMsgMgr(const std::shared_ptr<ymIPCMsgMgr> &manager);
 
     ymSdkImplement(const ymSdkImplement &) = delete;
@@ -108,12 +119,12 @@ private:
     };
     struct DelegateReference;
 
-    // The in-memory registry: written on the caller's thread, read on the main loop's.
+    /// The in-memory registry: written on the caller's thread, read on the main loop's.
     std::vector<DeviceEntry> _devicesArray;
     mutable std::mutex _devicesLock;
     std::unique_ptr<DelegateReference> _delegate;
     std::atomic<int64_t> _features{0};
-    // Replaced only by the setters; read by commands on any thread.
+    /// Replaced only by the setters; read by commands on any thread.
     mutable std::mutex _propertiesLock;
     std::shared_ptr<YMSocketIPCChannel_SDK> _socketIPCChannelToYumo;
     std::shared_ptr<YMSocketIPCChannel_SDK> _socketIPCChannelToYyhost;

@@ -1,0 +1,41 @@
+// A minimal companion: registers its headset, asks for the presence status, sends an audio
+// command, and prints the answers as they arrive on the main loop.
+#include <YumoClientSdk/YumoClientSdk.h>
+#include <cstdio>
+
+class Companion : public ymSdkDelegate {
+public:
+    bool presenceAnswered = false;
+    bool audioAnswered = false;
+    void ymSdkIMPresenceStatus(YMPresenceStatus_s status) override
+    {
+        std::printf("presence: error=%d code=%d text=%s status=%d\n", status.error, status.code,
+                    status.text.value_or("(none)").c_str(), status.presenceStatus);
+        presenceAnswered = true;
+    }
+    void ymSdkAudioInfo(YMAudioInfo_s info) override
+    {
+        std::printf("audio event: command %d for %s #%s\n", info.audioCmd, info.audioDevice.deviceName.value_or("?").c_str(),
+                    info.audioDevice.deviceIndex.value_or("?").c_str());
+        audioAnswered = true;
+    }
+};
+
+int main()
+{
+    auto companion = std::make_shared<Companion>();
+    ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
+    sdk->setDelegate(companion);
+    sdk->RegisterAudioDevice("Headset", "1", 2830, 3);
+
+    int32_t status = sdk->GetIMPresenceStatus();
+    std::printf("GetIMPresenceStatus: %d %s\n", status, ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr().c_str());
+    if (status == 0)
+        status = sdk->SetAudioCmd(5, YMAudioDevice_s{"1", "Headset", 2830, 3});
+    std::printf("SetAudioCmd: %d\n", status);
+    if (status == 0)
+        ymMainLoop::shared().runUntil([&] { return companion->presenceAnswered && companion->audioAnswered; },
+                                      std::chrono::seconds(5));
+    sdk->CleanupAudioDevices();
+    return status == 0 && companion->presenceAnswered && companion->audioAnswered ? 0 : 1;
+}
