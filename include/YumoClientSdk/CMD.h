@@ -1,5 +1,4 @@
 /// @file
-/// CMD: runs a text as a shell command line, as the NSString (CMD) category did. The line goes to
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,4 @@
 /// @file
-/// YMSocketIPCChannel_SDK: the socket transport as the rest of the SDK sees it.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,4 @@
 /// @file
-/// YMSocketIPCChannelDelegate: the receiver of whole messages, from either transport.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,4 @@
 /// @file
-/// YMSocketIPCHelper_SDK: where the sockets and the log file live.
 #pragma once
 
 #include <optional>

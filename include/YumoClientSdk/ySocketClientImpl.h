@@ -1,5 +1,4 @@
 /// @file
-/// ySocketClientImpl_SDK: the connecting end of the local socket transport.
 #pragma once
 
 #include <condition_variable>

@@ -1,5 +1,4 @@
 /// @file
-/// ySocketDelegate: what a socket server or client hands the text it reads to.
 #pragma once
 
 #include <cstdint>

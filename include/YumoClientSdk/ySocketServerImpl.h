@@ -1,5 +1,4 @@
 /// @file
-/// ySocketServerImpl_SDK: the listening end of the local socket transport.
 #pragma once
 
 #include <memory>

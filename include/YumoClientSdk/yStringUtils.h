@@ -1,5 +1,4 @@
 /// @file
-/// yStringUtils: JSON text to objects and back, the null test for parsed values, and the height
 #pragma once
 
 #include <cstdint>

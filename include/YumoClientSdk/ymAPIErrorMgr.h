@@ -1,5 +1,4 @@
 /// @file
-/// ymAPIErrorMgr: whether the meeting client can take a command, as a code and a text.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,4 @@
 /// @file
-/// ymAppHelper: finding, launching and checking the meeting client, Outlook and signatures.
 #pragma once
 
 #include <nlohmann/json.hpp>

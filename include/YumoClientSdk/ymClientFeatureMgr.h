@@ -1,5 +1,4 @@
 /// @file
-/// ymClientFeatureMgr: what the installed meeting client's version allows.
 #pragma once
 
 #include <string>

@@ -1,5 +1,4 @@
 /// @file
-/// ymIPCMsgMgr: the notification transport, for meeting clients older than 5.6.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,4 @@
 /// @file
-/// ymLogHelper: sends the SDK's log to the file "yumoclientsdk.log" in the app-group container.
 #pragma once
 
 #include "ymBase.h"

@@ -1,5 +1,4 @@
 /// @file
-/// ymMainLoop: the SDK's main loop, where every answer reaches the companion.
 #pragma once
 
 #include <chrono>

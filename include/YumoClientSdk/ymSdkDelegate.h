@@ -1,5 +1,6 @@
 /// @file
 /// The records that cross the SDK's public interface, and ymSdkDelegate, the companion's receiver
+/// of answers.
 #pragma once
 
 #include <cstdint>
@@ -34,9 +35,6 @@ struct YMAudioInfo_s {
     YMAudioDevice_s audioDevice;  ///< deviceIndex and deviceName of the device
 };
 
-/// The records that cross the SDK's public interface, and ymSdkDelegate, the companion's receiver
-/// of answers.
-///
 /// The companion's receiver of answers. Both methods are optional: the defaults do nothing. They
 /// are called on the thread that runs the main loop (see ymMainLoop).
 class YM_EXPORT ymSdkDelegate {

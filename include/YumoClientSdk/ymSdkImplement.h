@@ -1,5 +1,4 @@
 /// @file
-/// ymSdkImplement: the one object a companion talks to.
 #pragma once
 
 #include <atomic>
