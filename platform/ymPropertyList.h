@@ -1,6 +1,7 @@
 // Property lists (Info.plist files, defaults domains) in XML or binary form, on libplist.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -44,6 +45,10 @@ std::optional<std::string> textOf(plist_t node);
 // The value of `key` in a dictionary node as text (see textOf); nothing when the node is not a
 // dictionary or has no such key.
 std::optional<std::string> textForKey(plist_t dictionary, const char *key);
+
+// Calls `visit` with each item of a dictionary node, in the order stored. Keys are never read
+// with a zero byte inside: parse() refuses such lists.
+void forEachItem(plist_t dictionary, const std::function<void(const char *key, plist_t value)> &visit);
 
 // The node as JSON: dictionaries, arrays, strings, integers, reals and booleans as themselves;
 // data as its bytes in a string, dates as seconds since 2001-01-01 (a real).

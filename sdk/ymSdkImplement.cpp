@@ -92,8 +92,15 @@ int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevic
         return error;
     std::string message = ymIPCMessage::audioCommand(audioCmd, audioDevice.deviceIndex, audioDevice.deviceName,
                                                      audioDevice.usbVid, audioDevice.usbPid);
+    return sendByInstalledTransport(message, Peer::host);
+}
+
+int32_t ymSdkImplement::sendByInstalledTransport(const std::string &message, Peer peer)
+{
+    // Sockets for clients that speak them, notifications for older ones; chosen afresh each time.
     if (ymClientFeatureMgr::sharedInstance()->isYumoClientSupportNewIPC()) {
-        std::shared_ptr<YMSocketIPCChannel_SDK> channel = socketIPCChannelToYyhost();
+        std::shared_ptr<YMSocketIPCChannel_SDK> channel =
+            peer == Peer::meetingClient ? socketIPCChannelToYumo() : socketIPCChannelToYyhost();
         if (!channel)
             return 8;
         channel->sendMessage(message);
@@ -101,7 +108,10 @@ int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevic
         std::shared_ptr<ymIPCMsgMgr> manager = ipcMsgMgr();
         if (!manager)
             return 8;
-        manager->sendIPCMessageToYyhost(message);
+        if (peer == Peer::meetingClient)
+            manager->sendIPCMessageToYumoClient(message);
+        else
+            manager->sendIPCMessageToYyhost(message);
     }
     return 0;
 }
@@ -167,19 +177,7 @@ int32_t ymSdkImplement::GetIMPresenceStatus()
     int32_t error = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
     if (error != 0)
         return error;
-    std::string message = ymIPCMessage::presenceRequest();
-    if (ymClientFeatureMgr::sharedInstance()->isYumoClientSupportNewIPC()) {
-        std::shared_ptr<YMSocketIPCChannel_SDK> channel = socketIPCChannelToYumo();
-        if (!channel)
-            return 8;
-        channel->sendMessage(message);
-    } else {
-        std::shared_ptr<ymIPCMsgMgr> manager = ipcMsgMgr();
-        if (!manager)
-            return 8;
-        manager->sendIPCMessageToYumoClient(message);
-    }
-    return 0;
+    return sendByInstalledTransport(ymIPCMessage::presenceRequest(), Peer::meetingClient);
 }
 
 bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &deviceName,

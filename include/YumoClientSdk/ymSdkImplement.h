@@ -111,6 +111,9 @@ public:
 private:
     ymSdkImplement();
     void setUp();
+    enum class Peer { meetingClient, host };
+    // Hands the text to the transport the installed client speaks: 0, or 8 without one.
+    int32_t sendByInstalledTransport(const std::string &message, Peer peer);
 
     struct DeviceEntry {
         std::optional<std::string> deviceName;

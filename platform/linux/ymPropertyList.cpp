@@ -228,6 +228,26 @@ std::optional<std::string> textForKey(plist_t dictionary, const char *key)
     return textOf(plist_dict_get_item(dictionary, key));
 }
 
+void forEachItem(plist_t dictionary, const std::function<void(const char *key, plist_t value)> &visit)
+{
+    if (!dictionary || plist_get_node_type(dictionary) != PLIST_DICT)
+        return;
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(dictionary, &iterator);
+    for (;;) {
+        char *key = nullptr;
+        plist_t value = nullptr;
+        plist_dict_next_item(dictionary, iterator, &key, &value);
+        if (!value) {
+            free(key);
+            break;
+        }
+        visit(key, value);
+        free(key);
+    }
+    free(iterator);
+}
+
 nlohmann::json toJSON(plist_t node)
 {
     if (!node)
@@ -235,20 +255,7 @@ nlohmann::json toJSON(plist_t node)
     switch (plist_get_node_type(node)) {
     case PLIST_DICT: {
         nlohmann::json object = nlohmann::json::object();
-        plist_dict_iter iterator = nullptr;
-        plist_dict_new_iter(node, &iterator);
-        for (;;) {
-            char *key = nullptr;
-            plist_t value = nullptr;
-            plist_dict_next_item(node, iterator, &key, &value);
-            if (!value) {
-                free(key);
-                break;
-            }
-            object[key] = toJSON(value);
-            free(key);
-        }
-        free(iterator);
+        forEachItem(node, [&object](const char *key, plist_t value) { object[key] = toJSON(value); });
         return object;
     }
     case PLIST_ARRAY: {

@@ -113,26 +113,14 @@ void print(plist_t node, int depth)
 {
     std::string indent(static_cast<size_t>(depth) * 4, ' ');
     switch (plist_get_node_type(node)) {
-    case PLIST_DICT: {
+    case PLIST_DICT:
         std::printf("Dict {\n");
-        plist_dict_iter iterator = nullptr;
-        plist_dict_new_iter(node, &iterator);
-        for (;;) {
-            char *key = nullptr;
-            plist_t value = nullptr;
-            plist_dict_next_item(node, iterator, &key, &value);
-            if (!value) {
-                free(key);
-                break;
-            }
+        ymPropertyList::forEachItem(node, [&](const char *key, plist_t value) {
             std::printf("%s    %s = ", indent.c_str(), key);
-            free(key);
             print(value, depth + 1);
-        }
-        free(iterator);
+        });
         std::printf("%s}\n", indent.c_str());
         return;
-    }
     case PLIST_ARRAY:
         std::printf("Array {\n");
         for (uint32_t i = 0; i < plist_array_get_size(node); ++i) {
