@@ -113,21 +113,6 @@ TEST_F(ClientLocation, OnlyAFolderThatIsAPackagePasses)
     EXPECT_TRUE(helper().IsAppExist(home.path() + "/x.bundle"));
 }
 
-TEST_F(ClientLocation, RunningOnlyWhileAProcessFromInsideTheBundleLives)
-{
-    std::string bundle = ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.6.0");
-    EXPECT_FALSE(helper().isYumoRunning());
-    {
-        ymtest::ChildProcess client(bundle + "/Contents/MacOS/yumoapp", {"300"});
-        ASSERT_TRUE(ymtest::eventually([&] { return helper().isYumoRunning(); }));
-        // A process of another bundle does not count.
-        kYumoappIdentify = "com.example.other";
-        EXPECT_FALSE(helper().isYumoRunning());
-        kYumoappIdentify = kIdentifier;
-    }
-    EXPECT_FALSE(helper().isYumoRunning());
-}
-
 TEST_F(ClientLocation, AnswersAreFreshBetweenTwoCalls)
 {
     std::string bundle = ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.5.0");
@@ -137,6 +122,9 @@ TEST_F(ClientLocation, AnswersAreFreshBetweenTwoCalls)
     // Started and quit between two calls: each seen by the very next call, without waiting.
     auto client = std::make_unique<ymtest::ChildProcess>(bundle + "/Contents/MacOS/yumoapp", std::vector<std::string>{"300"});
     EXPECT_TRUE(helper().isYumoRunning());
+    kYumoappIdentify = "com.example.other";  // a process of another bundle does not count
+    EXPECT_FALSE(helper().isYumoRunning());
+    kYumoappIdentify = kIdentifier;
     client.reset();  // killed and reaped
     EXPECT_FALSE(helper().isYumoRunning());
 

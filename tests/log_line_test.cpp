@@ -50,10 +50,4 @@ TEST(LogLine, LongLinesAndConcurrentWritersStayWhole)
     EXPECT_EQ(ymtest::countLinesContaining(text, big), 20);
 }
 
-TEST(LogLine, MissingTextPrintsNull)
-{
-    EXPECT_STREQ(ymlog::describe(std::nullopt), "(null)");
-    EXPECT_STREQ(ymlog::describe(std::string("x")), "x");
-}
-
 }  // namespace

@@ -226,16 +226,4 @@ TEST_F(SdkFacade, InboundTextsThatAreNotMessages)
     EXPECT_NE(ymtest::sdkLog().find("-[ymSdkImplement onMessageRecieved:]: message=(null)"), std::string::npos);
 }
 
-TEST_F(SdkFacade, SharedInstanceIsOneAndStartsInOrder)
-{
-    ymSdkImplement *first = ymSdkImplement::SharedInstance();
-    EXPECT_EQ(first, ymSdkImplement::SharedInstance());
-    EXPECT_NE(first->socketIPCChannelToYumo(), nullptr);
-    EXPECT_NE(first->socketIPCChannelToYyhost(), nullptr);
-    EXPECT_NE(first->ipcMsgMgr(), nullptr);
-    // The log went to the group container before anything else was logged.
-    std::string log = ymtest::sdkLog();
-    EXPECT_NE(log.find("-[ymIPCMsgMgr init]."), std::string::npos);
-}
-
 }  // namespace

@@ -102,27 +102,6 @@ TEST_F(SocketTransport, ClientAndServerExchangeTextBothWays)
     EXPECT_EQ(serverSide->texts()[1], "second");
 }
 
-TEST_F(SocketTransport, ServerBroadcastsToEveryPeer)
-{
-    auto serverSide = std::make_shared<Recorder>();
-    auto server = startServer(path, serverSide);
-    EXPECT_FALSE(server->send(std::string("nobody listens")));
-
-    std::vector<int> peers;
-    for (int i = 0; i < 8; ++i)
-        peers.push_back(ymtest::connectTo(path));
-    // Every peer announces itself; once the server has read all eight, all are in its list.
-    for (int fd : peers)
-        ASSERT_TRUE(ymtest::writeText(fd, "here"));
-    ASSERT_TRUE(eventually([&] { return serverSide->count() == 8; }));
-
-    EXPECT_TRUE(server->send(std::string("to all")));
-    for (int fd : peers) {
-        EXPECT_EQ(ymtest::readText(fd, 6), "to all");
-        close(fd);
-    }
-}
-
 TEST_F(SocketTransport, LargeMessageIsGatheredUntilTheDelegateTakesIt)
 {
     const std::string large(20000, 'L');
@@ -170,32 +149,6 @@ TEST_F(SocketTransport, ChunkThatIsNotUtf8IsDroppedButTheDelegateIsStillAsked)
     ASSERT_TRUE(eventually([&] { return serverSide->count() == 3; }));
     EXPECT_EQ(serverSide->texts(), (std::vector<std::string>{"ab", "ab", "abcd"}));
     close(peer);
-}
-
-TEST_F(SocketTransport, SendReconnectsAfterThePeerWentAway)
-{
-    ymtest::CapturedStderr log;
-    auto clientSide = std::make_shared<Recorder>();
-    int listening = ymtest::listenOn(path);
-    auto client = connectedClient(path, clientSide);
-
-    EXPECT_TRUE(client->send(std::string("first")));
-    int firstPeer = ymtest::acceptOne(listening);
-    EXPECT_EQ(ymtest::readText(firstPeer, 5), "first");
-    close(firstPeer);  // the client's reader sees the end and disconnects
-    ASSERT_TRUE(eventually([&] { return log.text().find("connect finished") != std::string::npos; }));
-
-    EXPECT_TRUE(client->send(std::string("again")));
-    int secondPeer = ymtest::acceptOne(listening);
-    EXPECT_EQ(ymtest::readText(secondPeer, 5), "again");
-
-    // The success line is written once the waiting sender has been released.
-    ASSERT_TRUE(eventually([&] { return ymtest::countLinesContaining(log.text(), "success...") == 2; }));
-    std::string text = log.text();
-    EXPECT_EQ(ymtest::countLinesContaining(text, "-[ySocketClientImpl_SDK send:]: socket connect -1 is not ready, need connect it again!"), 2);
-    EXPECT_EQ(ymtest::countLinesContaining(text, "ySocketClientImpl.cpp("), ymtest::countLinesContaining(text, "] ySocketClientImpl.cpp("));
-    close(secondPeer);
-    close(listening);
 }
 
 TEST_F(SocketTransport, SendWithoutServerFailsAndTriesAgainNextTime)
