@@ -2,9 +2,9 @@
 #include <YumoClientSdk/ymIPCMsgDefine.h>
 #include <YumoClientSdk/ymMainLoop.h>
 
-#include "sdk/ymLog.h"
-#include "sdk/ymTextRules.h"
-#include "sdk/ymThread.h"
+#include "foundation/ymLog.h"
+#include "foundation/ymTextRules.h"
+#include "foundation/ymThread.h"
 
 std::shared_ptr<YMSocketIPCChannel_SDK> YMSocketIPCChannel_SDK::create()
 {

@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 
 #include "platform/ymAppGroupContainer.h"
-#include "sdk/ymTextRules.h"
+#include "foundation/ymTextRules.h"
 
 namespace {
 const char *const kApplicationGroupIdentifier = "Q4W7N2R8TX.YumoClient3rd";

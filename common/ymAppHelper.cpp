@@ -12,9 +12,9 @@
 #include "platform/ymPropertyList.h"
 #include "platform/ymUserDefaults.h"
 #include "platform/ymWorkspace.h"
-#include "sdk/ymLog.h"
-#include "sdk/ymThreadLocal.h"
-#include "sdk/ymTextRules.h"
+#include "foundation/ymLog.h"
+#include "platform/ymThreadLocal.h"
+#include "foundation/ymTextRules.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "FuzzSupport.h"
 #include "platform/ymPropertyList.h"
-#include "sdk/ymTextRules.h"
+#include "foundation/ymTextRules.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

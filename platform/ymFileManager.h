@@ -21,7 +21,8 @@ bool removeItem(const std::string &path);
 // Creates the folder and any missing parents (mode 0777 less the umask).
 bool createDirectory(const std::string &path);
 
-// Renames; across file systems a regular file is copied and the original removed.
+// Renames; across file systems the item (a file, a link, or a folder with everything in it) is
+// copied with its modes and modification times, and the original removed once the copy is whole.
 bool moveItem(const std::string &source, const std::string &destination);
 
 // Entry names, "." and ".." left out; nothing when the folder cannot be listed.

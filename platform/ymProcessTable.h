@@ -21,7 +21,9 @@ struct Process {
     std::string executable;
 };
 
-// The processes (not threads) whose executable lies in "<X.app>/Contents/MacOS/", as of now.
+// The processes (not threads) of the calling user (their real uid is ours) whose executable lies
+// in "<X.app>/Contents/MacOS/", as of now. Other users' processes are not applications here, as
+// a session's workspace lists only its own user's.
 std::vector<Process> applicationProcesses();
 
 }  // namespace ymProcessTable

@@ -16,7 +16,7 @@ struct RunningApplication {
     std::string bundlePath;
 };
 
-// Every process this user may look at whose executable lies in "<X.app>/Contents/MacOS/".
+// Every process of this user (real uid) whose executable lies in "<X.app>/Contents/MacOS/".
 std::vector<RunningApplication> runningApplications();
 
 // True when a running application's bundle has the identifier.

@@ -18,12 +18,31 @@ plist_t storedArray(plist_t dictionary)
     return array && plist_get_node_type(array) == PLIST_ARRAY ? array : nullptr;
 }
 
-// The name and index of one stored entry: a text holding a JSON object. Values that are not
-// texts read as missing; so does everything of an entry that does not parse.
-struct StoredDevice {
-    std::optional<std::string> deviceName;
-    std::optional<std::string> deviceIndex;
+// The name and index of one stored entry: a text holding a JSON object. A value that is there
+// but is not a text (another program wrote a number) is present all the same, and equals no
+// text; an entry that does not parse has neither.
+struct StoredValue {
+    bool present = false;
+    std::optional<std::string> text;
+    bool equals(const std::optional<std::string> &other) const { return text && other && *text == *other; }
 };
+
+struct StoredDevice {
+    StoredValue deviceName;
+    StoredValue deviceIndex;
+};
+
+StoredValue storedValue(const nlohmann::json &object, const char *key)
+{
+    StoredValue value;
+    auto found = object.find(key);
+    if (found == object.end())
+        return value;
+    value.present = true;
+    if (found->is_string())
+        value.text = found->get<std::string>();
+    return value;
+}
 
 StoredDevice parseEntry(plist_t element)
 {
@@ -34,12 +53,8 @@ StoredDevice parseEntry(plist_t element)
     std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(text);
     if (!parsed || !parsed->is_object())
         return device;
-    auto name = parsed->find("deviceName");
-    if (name != parsed->end() && name->is_string())
-        device.deviceName = name->get<std::string>();
-    auto index = parsed->find("deviceIndex");
-    if (index != parsed->end() && index->is_string())
-        device.deviceIndex = index->get<std::string>();
+    device.deviceName = storedValue(*parsed, "deviceName");
+    device.deviceIndex = storedValue(*parsed, "deviceIndex");
     return device;
 }
 
@@ -53,7 +68,7 @@ bool registerDevice(const std::string &deviceName, const std::string &deviceInde
         if (array) {
             for (uint32_t i = 0; i < plist_array_get_size(array); ++i) {
                 StoredDevice stored = parseEntry(plist_array_get_item(array, i));
-                if (stored.deviceName == deviceName && stored.deviceIndex == deviceIndex)
+                if (stored.deviceName.equals(deviceName) && stored.deviceIndex.equals(deviceIndex))
                     return false;  // already known: nothing is written
             }
         } else {
@@ -81,8 +96,9 @@ CleanupResult removeDevices(const std::vector<Device> &devices)
                 continue;
             for (uint32_t j = 0; j < plist_array_get_size(array); ++j) {
                 StoredDevice stored = parseEntry(plist_array_get_item(array, j));
-                bool sameName = device.deviceName && stored.deviceName && *device.deviceName == *stored.deviceName;
-                bool sameIndex = !stored.deviceIndex || (device.deviceIndex && *device.deviceIndex == *stored.deviceIndex);
+                // An entry without an index matches on the name alone.
+                bool sameName = stored.deviceName.equals(device.deviceName);
+                bool sameIndex = !stored.deviceIndex.present || stored.deviceIndex.equals(device.deviceIndex);
                 if (!sameName || !sameIndex)
                     continue;
                 // The next entry moves into place j and is passed over by this walk: j steps on.

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "sdk/ymLog.h"
-#include "sdk/ymTextRules.h"
+#include "foundation/ymLog.h"
+#include "foundation/ymTextRules.h"
 
 namespace {
 

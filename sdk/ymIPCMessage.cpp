@@ -3,8 +3,8 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "sdk/ymLog.h"
-#include "sdk/ymTextRules.h"
+#include "foundation/ymLog.h"
+#include "foundation/ymTextRules.h"
 
 namespace ymIPCMessage {
 namespace {

@@ -2,9 +2,9 @@
 #include <YumoClientSdk/ymIPCMsgMgr.h>
 
 #include "platform/ymNotificationCenter.h"
-#include "sdk/ymLog.h"
+#include "foundation/ymLog.h"
 #include "sdk/ymNotificationDescription.h"
-#include "sdk/ymWeakReference.h"
+#include "foundation/ymWeakReference.h"
 
 struct ymIPCMsgMgr::DelegateReference : ymWeakReference<YMSocketIPCChannelDelegate> {};
 

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "platform/ymFileManager.h"
-#include "sdk/ymTextRules.h"
+#include "foundation/ymTextRules.h"
 
 namespace {
 const char *const kLogFileName = "yumoclientsdk.log";
@@ -38,9 +38,10 @@ void ymLogHelper::redirectNSLog(BOOL fresh)
     // The path is converted as ASCII: one with other characters has no such form.
     if (!isAscii(logPath))
         return;
-    // Opened first and then put in place of descriptor 2 (as freopen with "a+" would, but a
-    // failure leaves standard error as it was instead of closed). Child processes inherit it.
-    int fd = open(logPath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    // Opened first and then put in place of descriptor 2, as freopen with "a+" would (created
+    // with mode 0666 less the umask), except that a failure leaves standard error as it was
+    // instead of closed. Child processes inherit it.
+    int fd = open(logPath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0)
         return;
     fflush(stderr);

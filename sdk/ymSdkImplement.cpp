@@ -8,8 +8,8 @@
 #include "common/ymClientLookupScope.h"
 #include "sdk/ymAudioDeviceStore.h"
 #include "sdk/ymIPCMessage.h"
-#include "sdk/ymLog.h"
-#include "sdk/ymWeakReference.h"
+#include "foundation/ymLog.h"
+#include "foundation/ymWeakReference.h"
 
 struct ymSdkImplement::DelegateReference : ymWeakReference<ymSdkDelegate> {};
 

@@ -5,6 +5,8 @@
 #include <YumoClientSdk/ymClientFeatureMgr.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/ymPropertyList.h"
 #include "support/Processes.h"
@@ -210,6 +212,41 @@ TEST_F(ClientLocation, StatusCodesInEachState)
         errors.setErrorCode(code);
         EXPECT_EQ(errors.to3rdClientErrorStr(), text) << code;
     }
+}
+
+TEST_F(ClientLocation, AnotherUsersApplicationsDoNotRun)
+{
+    if (getuid() != 0)
+        GTEST_SKIP() << "starting a process of another user needs root";
+    // The meeting client and Outlook, installed here and started by another user (nobody).
+    ASSERT_EQ(chmod(home.path().c_str(), 0755), 0);
+    std::string client = ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.6.0");
+    std::string outlook = ymtest::makeAppBundle(userApplications(), "Microsoft Outlook.app", "com.microsoft.Outlook", "16.0",
+                                                "Microsoft Outlook");
+    auto startAsNobody = [](const std::string &executable) {
+        return std::make_unique<ymtest::ChildProcess>(
+            "/usr/bin/setpriv", std::vector<std::string>{"--reuid=65534", "--regid=65534", "--clear-groups", executable, "300"});
+    };
+    auto runs = [](const ymtest::ChildProcess &process, const std::string &executable) {
+        std::error_code error;
+        return std::filesystem::read_symlink("/proc/" + std::to_string(process.pid()) + "/exe", error).string() == executable;
+    };
+    std::string clientExecutable = client + "/Contents/MacOS/yumoapp";
+    std::string outlookExecutable = outlook + "/Contents/MacOS/Microsoft Outlook";
+    auto clientProcess = startAsNobody(clientExecutable);
+    auto outlookProcess = startAsNobody(outlookExecutable);
+    ASSERT_TRUE(ymtest::eventually([&] { return runs(*clientProcess, clientExecutable) && runs(*outlookProcess, outlookExecutable); }));
+
+    EXPECT_FALSE(helper().isYumoRunning());
+    EXPECT_EQ(ymAPIErrorMgr::sharedInstance()->checkYumoAppError(), 5);
+    EXPECT_FALSE(helper().isOutlookRunning());
+    EXPECT_FALSE(helper().isAppRunningWithBundleIdentifier(std::string(kIdentifier)));
+
+    // The same applications started by this user do run.
+    ymtest::ChildProcess ownClient(clientExecutable, {"300"});
+    ymtest::ChildProcess ownOutlook(outlookExecutable, {"300"});
+    ASSERT_TRUE(ymtest::eventually([&] { return helper().isYumoRunning() && helper().isOutlookRunning(); }));
+    EXPECT_EQ(ymAPIErrorMgr::sharedInstance()->checkYumoAppError(), 0);
 }
 
 }  // namespace

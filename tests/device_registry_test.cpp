@@ -178,9 +178,12 @@ TEST_F(DeviceRegistry, AdjacentEntriesOfTwoDevicesAreBothRemoved)
     auto facade = makeFacadeAsHostPeer();
     facade->addToDeviceArray("Headset", "1");
     facade->addToDeviceArray("Speaker", "2");
-    ymtest::writeSharedDeviceTexts({entry("Headset", "1"), entry("Speaker", "2"), "not json"});
+    // Another program stored the headset's index as a number: a number never equals a text, so
+    // that entry is nobody's here and stays.
+    std::string numberIndex = R"({"deviceName":"Headset","deviceIndex":1,"usbVid":1,"usbPid":1})";
+    ymtest::writeSharedDeviceTexts({entry("Headset", "1"), entry("Speaker", "2"), "not json", numberIndex});
     facade->CleanupAudioDevices();
-    EXPECT_EQ(ymtest::sharedDeviceTexts(), (std::vector<std::string>{"not json"}));  // kept as it is
+    EXPECT_EQ(ymtest::sharedDeviceTexts(), (std::vector<std::string>{"not json", numberIndex}));  // kept as they are
     std::string traffic = hostTrafficUntilMarker(*facade);
     size_t headset = traffic.find(releaseOf("1", "Headset"));
     size_t speaker = traffic.find(releaseOf("2", "Speaker"));

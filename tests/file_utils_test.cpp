@@ -50,6 +50,9 @@ TEST_F(FileUtils, CreatingAndDeletingFolders)
     EXPECT_EQ(ymCreateDirection(nested.c_str()), NO);  // already there: NO, yet it exists
     EXPECT_EQ(ymIsDirection(nested.c_str()), YES);
     EXPECT_EQ(ymCreateDirection(nullptr), NO);
+    // A trailing slash names the same folder.
+    EXPECT_EQ(ymCreateDirection(at("slashed/folder/").c_str()), YES);
+    EXPECT_EQ(ymIsDirection(at("slashed/folder").c_str()), YES);
 
     ymtest::writeFile(nested + "/inside", "content");
     EXPECT_EQ(ymDeleteFile(at("a").c_str()), YES);  // with everything in it
@@ -100,6 +103,41 @@ TEST_F(FileUtils, MovingReplacesTheDestination)
     EXPECT_EQ(ymMoveFile(at("dirA").c_str(), at("dirB").c_str()), YES);
     EXPECT_EQ(ymIsDirection(at("dirB/x").c_str()), YES);
     EXPECT_EQ(ymIsFileExist(at("dirB/y").c_str()), NO);
+}
+
+TEST_F(FileUtils, FoldersMoveAcrossFileSystemsWithTheirModes)
+{
+    // /dev/shm is a file system of its own (tmpfs) wherever the tests run; without one there is
+    // nothing to cross.
+    struct stat here, there;
+    ASSERT_EQ(stat(folder.path().c_str(), &here), 0);
+    if (stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+        GTEST_SKIP() << "no second file system at /dev/shm";
+    ymtest::TemporaryDirectory other("/dev/shm");
+
+    EXPECT_EQ(ymCreateDirection(at("tree/private").c_str()), YES);
+    ymtest::writeFile(at("tree/private/secret"), "s");
+    ymtest::writeFile(at("tree/tool"), "#!/bin/sh\n");
+    ASSERT_EQ(symlink("private/secret", at("tree/link").c_str()), 0);
+    chmod(at("tree/private/secret").c_str(), 0600);
+    chmod(at("tree/tool").c_str(), 0755);
+    chmod(at("tree/private").c_str(), 0500);  // read-only: the copy must still fill it
+    std::string destination = other.path() + "/moved";
+    ymtest::writeFile(destination, "replaced");
+
+    EXPECT_EQ(ymMoveFile(at("tree").c_str(), destination.c_str()), YES);
+    EXPECT_EQ(ymIsFileExist(at("tree").c_str()), NO);
+    EXPECT_EQ(ymtest::readFile(destination + "/private/secret"), "s");
+    auto modeOf = [](const std::string &path) {
+        struct stat status;
+        return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
+    };
+    EXPECT_EQ(modeOf(destination + "/private") & 07777, 0500u);
+    EXPECT_EQ(modeOf(destination + "/private/secret") & 07777, 0600u);
+    EXPECT_EQ(modeOf(destination + "/tool") & 07777, 0755u);
+    EXPECT_TRUE(S_ISLNK(modeOf(destination + "/link")));
+    EXPECT_EQ(ymtest::readFile(destination + "/link"), "s");
+    chmod((destination + "/private").c_str(), 0700);  // so that the folder can be cleaned away
 }
 
 TEST_F(FileUtils, CreatingFilesAndReadingSizes)

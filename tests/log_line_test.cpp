@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "sdk/ymLog.h"
+#include "foundation/ymLog.h"
 #include "support/TestSupport.h"
 
 namespace {

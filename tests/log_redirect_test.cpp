@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "sdk/ymLog.h"
+#include "foundation/ymLog.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -35,7 +35,13 @@ private:
 
 TEST_F(Stderr, MissingContainerIsCreatedAndLinesLandInTheLog)
 {
+    // The log is created as freopen creates a file: mode 0666 less the umask.
+    mode_t previous = umask(002);
     ymLogHelper::redirectNSLog(NO);
+    umask(previous);
+    struct stat status;
+    ASSERT_EQ(stat(logPath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0664u);
     YM_LOG("%s: first line", "-[Test redirect]");
     CMD::runAsCommand_ret("echo 'child error output' >&2");
     std::string log = ymtest::readFile(logPath());

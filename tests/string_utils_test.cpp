@@ -3,7 +3,7 @@
 #include <YumoClientSdk/yStringUtils.h>
 #include <gtest/gtest.h>
 
-#include "sdk/ymTextRules.h"
+#include "foundation/ymTextRules.h"
 
 namespace {
 

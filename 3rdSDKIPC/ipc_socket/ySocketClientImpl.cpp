@@ -9,10 +9,10 @@
 
 #include "3rdSDKIPC/ipc_socket/ySocketDescriptor.h"
 #include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
-#include "sdk/ymLog.h"
-#include "sdk/ymTextRules.h"
-#include "sdk/ymThread.h"
-#include "sdk/ymWeakReference.h"
+#include "foundation/ymLog.h"
+#include "foundation/ymTextRules.h"
+#include "foundation/ymThread.h"
+#include "foundation/ymWeakReference.h"
 
 struct ySocketClientImpl_SDK::DelegateReference : ymWeakReference<ySocketDelegate> {};
 

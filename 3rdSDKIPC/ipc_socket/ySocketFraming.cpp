@@ -3,7 +3,7 @@
 #include <YumoClientSdk/ySocketDelegate.h>
 #include <cstring>
 
-#include "sdk/ymTextRules.h"
+#include "foundation/ymTextRules.h"
 
 namespace ySocketFraming {
 

@@ -44,7 +44,8 @@ public:
     /// YES when the meeting client's bundle was found.
     bool isYumoappInstalled();
 
-    /// YES when a running process belongs to a bundle with the meeting client's identifier.
+    /// YES when a running process of this user (its real uid is the caller's) belongs to a bundle
+    /// with the meeting client's identifier. Another user's meeting client does not count.
     bool isYumoRunning();
 
     /// ---- Launching and activating the meeting client ----
@@ -69,7 +70,7 @@ public:
     /// also when it already runs). NO when there is none or it cannot be started.
     bool launchApplicationWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
 
-    /// YES when a running process belongs to a bundle with the identifier.
+    /// YES when a running process of this user belongs to a bundle with the identifier.
     bool isAppRunningWithBundleIdentifier(const std::optional<std::string> &bundleIdentifier);
 
     /// YES when an application with the identifier is in /Applications or ~/Applications.

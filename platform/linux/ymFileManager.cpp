@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,25 +37,85 @@ bool writeAll(int fd, std::string_view bytes)
     return true;
 }
 
-bool copyRegularFile(const std::string &source, const std::string &destination)
+// Copies one item with its mode and modification time: a regular file, a link (as a link), or a
+// folder with everything in it. Anything else (a device, a socket) is not copied.
+bool copyItem(const std::string &source, const std::string &destination);
+
+bool copyFileContents(int in, int out)
 {
-    int in = open(source.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0)
-        return false;
-    std::string bytes;
     char buffer[65536];
-    ssize_t count;
-    while ((count = read(in, buffer, sizeof buffer)) != 0) {
+    for (;;) {
+        ssize_t count = read(in, buffer, sizeof buffer);
+        if (count == 0)
+            return true;
         if (count < 0) {
             if (errno == EINTR)
                 continue;
-            close(in);
             return false;
         }
-        bytes.append(buffer, static_cast<size_t>(count));
+        if (!writeAll(out, std::string_view(buffer, static_cast<size_t>(count))))
+            return false;
     }
+}
+
+bool copyRegularFile(const std::string &source, const std::string &destination, const struct stat &status)
+{
+    int in = open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (in < 0)
+        return false;
+    int out = open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (out < 0) {
+        close(in);
+        return false;
+    }
+    bool copied = copyFileContents(in, out);
+    copied = fchmod(out, status.st_mode & 07777) == 0 && copied;
+    struct timespec times[2] = {status.st_atim, status.st_mtim};
+    futimens(out, times);
     close(in);
-    return writeFile(destination, bytes);
+    return close(out) == 0 && copied;
+}
+
+bool copyFolder(const std::string &source, const std::string &destination, const struct stat &status)
+{
+    // Made private first, so that a folder without write permission can still be filled.
+    if (mkdir(destination.c_str(), 0700) != 0)
+        return false;
+    std::optional<std::vector<std::string>> names = contentsOfDirectory(source);
+    if (!names)
+        return false;
+    for (const std::string &name : *names)
+        if (!copyItem(source + "/" + name, destination + "/" + name))
+            return false;
+    if (chmod(destination.c_str(), status.st_mode & 07777) != 0)
+        return false;
+    struct timespec times[2] = {status.st_atim, status.st_mtim};
+    utimensat(AT_FDCWD, destination.c_str(), times, 0);
+    return true;
+}
+
+bool copyLink(const std::string &source, const std::string &destination)
+{
+    std::string target(4096, '\0');
+    ssize_t length = readlink(source.c_str(), target.data(), target.size());
+    if (length < 0 || static_cast<size_t>(length) == target.size())
+        return false;
+    target.resize(static_cast<size_t>(length));
+    return symlink(target.c_str(), destination.c_str()) == 0;
+}
+
+bool copyItem(const std::string &source, const std::string &destination)
+{
+    struct stat status;
+    if (lstat(source.c_str(), &status) != 0)
+        return false;
+    if (S_ISREG(status.st_mode))
+        return copyRegularFile(source, destination, status);
+    if (S_ISDIR(status.st_mode))
+        return copyFolder(source, destination, status);
+    if (S_ISLNK(status.st_mode))
+        return copyLink(source, destination);
+    return false;
 }
 
 }  // namespace
@@ -88,8 +149,12 @@ bool removeItem(const std::string &path)
     return nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS | FTW_MOUNT) == 0;
 }
 
-bool createDirectory(const std::string &path)
+bool createDirectory(const std::string &written)
 {
+    // "a/b/" names the folder "a/b".
+    std::string path = written;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
     if (path.empty())
         return false;
     for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
@@ -104,10 +169,15 @@ bool moveItem(const std::string &source, const std::string &destination)
 {
     if (rename(source.c_str(), destination.c_str()) == 0)
         return true;
-    struct stat status;
-    if (errno != EXDEV || lstat(source.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (errno != EXDEV)
         return false;
-    return copyRegularFile(source, destination) && unlink(source.c_str()) == 0;
+    // Another file system: the item is copied whole, and only then is the original removed. A
+    // copy that fails half way is taken away again and the original stays as it was.
+    if (!copyItem(source, destination)) {
+        removeItem(destination);
+        return false;
+    }
+    return removeItem(source);
 }
 
 std::optional<std::vector<std::string>> contentsOfDirectory(const std::string &path)

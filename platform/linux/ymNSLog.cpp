@@ -1,6 +1,6 @@
 #include "platform/ymNSLog.h"
 
-#include "sdk/ymThreadLocal.h"
+#include "platform/ymThreadLocal.h"
 
 #include <atomic>
 #include <cerrno>

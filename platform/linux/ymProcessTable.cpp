@@ -44,22 +44,41 @@ std::optional<std::string> executableOf(long pid)
     return path;
 }
 
-// A thread's id is a pid too: only thread-group leaders are processes.
-bool isProcess(long pid)
+// What the kernel says of a pid in /proc/<pid>/status: whether it is a process (a thread's id is
+// a pid too; only thread-group leaders are processes) and whose it is (the real user id).
+struct Status {
+    bool isProcess = false;
+    uid_t realUid = static_cast<uid_t>(-1);
+};
+
+Status statusOf(long pid)
 {
+    Status status;
     char path[40];
     snprintf(path, sizeof path, "/proc/%ld/status", pid);
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0)
-        return false;
-    char buffer[512];
+        return status;
+    char buffer[1024];
     ssize_t count = read(fd, buffer, sizeof buffer - 1);
     close(fd);
     if (count <= 0)
-        return false;
+        return status;
     buffer[count] = '\0';
     const char *tgid = std::strstr(buffer, "\nTgid:");
-    return tgid && std::atol(tgid + 6) == pid;
+    status.isProcess = tgid && std::atol(tgid + 6) == pid;
+    // "Uid:\t<real>\t<effective>\t<saved>\t<file system>"
+    if (const char *uid = std::strstr(buffer, "\nUid:"))
+        status.realUid = static_cast<uid_t>(std::strtoul(uid + 5, nullptr, 10));
+    return status;
+}
+
+// An application is a process of this user (real uid) whose executable lies in a bundle: as a
+// session's workspace lists only its own user's applications, another user's meeting client
+// does not count.
+bool isApplication(const std::string &executable, uid_t realUid)
+{
+    return realUid == getuid() && ymBundle::bundlePathOfExecutable(executable).has_value();
 }
 
 class Table {
@@ -108,11 +127,18 @@ private:
             _entries.erase(pid);
             return;
         }
-        if (checkThread && !isProcess(pid))
-            return;
+        bool inBundle = ymBundle::bundlePathOfExecutable(*executable).has_value();
+        // The status is read only where it can matter: for a new pid that may be a thread, and
+        // for a process that runs from a bundle (whose user decides).
+        Status status;
+        if (checkThread || inBundle) {
+            status = statusOf(pid);
+            if (checkThread && !status.isProcess)
+                return;
+        }
         Entry &entry = _entries[pid];
         entry.executable = std::move(*executable);
-        entry.application = ymBundle::bundlePathOfExecutable(entry.executable).has_value();
+        entry.application = inBundle && isApplication(entry.executable, status.realUid);
         entry.firstSeen = firstSeen;
     }
 
@@ -131,8 +157,9 @@ private:
                 continue;
             }
             if (*executable != entry.executable) {
+                // A new program (an exec): its user may have changed with it.
                 entry.executable = std::move(*executable);
-                entry.application = ymBundle::bundlePathOfExecutable(entry.executable).has_value();
+                entry.application = isApplication(entry.executable, statusOf(it->first).realUid);
             }
             ++it;
         }

@@ -7,7 +7,7 @@
 #include <memory>
 #include <pango/pangoft2.h>
 
-#include "sdk/ymThreadLocal.h"
+#include "platform/ymThreadLocal.h"
 
 namespace ymTextLayout {
 namespace {

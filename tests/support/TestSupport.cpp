@@ -13,9 +13,9 @@
 namespace ymtest {
 namespace {
 
-std::string makeTemporaryDirectory(const char *prefix)
+std::string makeTemporaryDirectory(const char *prefix, const std::string &parent = std::filesystem::temp_directory_path().string())
 {
-    std::string pattern = (std::filesystem::temp_directory_path() / prefix).string() + "XXXXXX";
+    std::string pattern = parent + "/" + prefix + "XXXXXX";
     if (!mkdtemp(pattern.data()))
         throw std::runtime_error("mkdtemp failed");
     return pattern;
@@ -48,6 +48,8 @@ std::string TemporaryHome::groupContainer() const
 }
 
 TemporaryDirectory::TemporaryDirectory() : _path(makeTemporaryDirectory("ymtest-")) {}
+
+TemporaryDirectory::TemporaryDirectory(const std::string &parent) : _path(makeTemporaryDirectory("ymtest-", parent)) {}
 
 TemporaryDirectory::~TemporaryDirectory()
 {

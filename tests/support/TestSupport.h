@@ -39,10 +39,11 @@ private:
     bool _hadHome;
 };
 
-// A fresh temporary folder, removed with the object.
+// A fresh temporary folder (in the system's, or in `parent`), removed with the object.
 class TemporaryDirectory {
 public:
     TemporaryDirectory();
+    explicit TemporaryDirectory(const std::string &parent);
     ~TemporaryDirectory();
     const std::string &path() const { return _path; }
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/ymPropertyList.h"
-#include "sdk/ymThreadLocal.h"
+#include "platform/ymThreadLocal.h"
 #include "platform/ymFileManager.h"
 
 BOOL ymIsFileExist(const char *path)

@@ -1,4 +1,4 @@
-#include "sdk/ymTextRules.h"
+#include "foundation/ymTextRules.h"
 
 #include <cmath>
 #include <cstdlib>

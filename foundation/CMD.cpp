@@ -1,7 +1,7 @@
 #include <YumoClientSdk/CMD.h>
 
 #include "platform/ymTask.h"
-#include "sdk/ymTextRules.h"
+#include "foundation/ymTextRules.h"
 
 std::optional<std::string> CMD::runAsCommand(const std::string &commandLine)
 {
