@@ -16,11 +16,16 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
+#include "Child.h"
+#include "Losses.h"
 #include "Peers.h"
 
 extern char **environ;
+
+using bench::Child;
 
 namespace {
 
@@ -50,55 +55,32 @@ Figure summarize(const std::string &name, std::vector<double> samples)
     return figure;
 }
 
-// A child process of this same program (or another), with its output on a pipe.
-class Child {
-public:
-    Child(const std::string &program, const std::vector<std::string> &arguments, bool quietOutput = false)
-    {
-        int fds[2];
-        if (pipe2(fds, O_CLOEXEC) != 0)
-            throw std::runtime_error("pipe");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        if (quietOutput)
-            posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        else
-            posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-        std::vector<char *> argv{const_cast<char *>(program.c_str())};
-        for (const std::string &argument : arguments)
-            argv.push_back(const_cast<char *>(argument.c_str()));
-        argv.push_back(nullptr);
-        if (posix_spawn(&_pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0)
-            throw std::runtime_error("cannot start " + program);
-        posix_spawn_file_actions_destroy(&actions);
-        close(fds[1]);
-        _output = fds[0];
-    }
-    ~Child()
-    {
-        if (_pid > 0) {
-            kill(_pid, SIGKILL);
-            waitpid(_pid, nullptr, 0);
-        }
-        close(_output);
-    }
-    std::string readLine()
-    {
-        std::string line;
-        char c;
-        struct pollfd ready = {_output, POLLIN, 0};
-        while (poll(&ready, 1, 30000) > 0 && read(_output, &c, 1) == 1 && c != '\n')
-            line.push_back(c);
-        return line;
-    }
-
-private:
-    pid_t _pid = -1;
-    int _output = -1;
-};
-
 std::string self() { return std::filesystem::read_symlink("/proc/self/exe").string(); }
 std::string tool(const std::string &name) { return std::filesystem::path(self()).parent_path().parent_path() / "tools" / name; }
+
+// A plain Unix socket connected to the path; -1 when nobody listens there.
+int connectTo(const std::string &path)
+{
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+void writeAll(int fd, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        ssize_t written = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (written <= 0)
+            return;
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+}
 
 // ---- baselines ----
 
@@ -107,11 +89,8 @@ Figure rawSocketPingPong(size_t iterations)
     std::string path = std::string(std::getenv("HOME")) + "/raw.sock";
     Child echo(self(), {"--echo-socket", path});
     echo.readLine();
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+    int fd = connectTo(path);
+    if (fd < 0)
         throw std::runtime_error("raw connect");
     std::vector<double> samples;
     char buffer[256];
@@ -191,6 +170,42 @@ Figure channelRoundTrip(size_t iterations)
     return summarize("channel round trip (send to delegate)", samples);
 }
 
+// A peer that floods a connection with "}" and no message boundary, then ends it with a message:
+// the time until the message is delivered, in seconds. Each read is looked at once, so the time
+// grows with the size; looking at the whole gathered text on every read made it grow with its
+// square.
+Figure floodGathering(size_t mebibytes)
+{
+    // A path of this flood's own: the server of an earlier one still listens on its own.
+    std::string path = std::string(std::getenv("HOME")) + "/flood-" + std::to_string(mebibytes) + ".sock";
+    Collector collector;
+    auto server = YMSocketIPCChannel_SDK::ipcServerWithSocketPath(path);
+    server->setDelegate(&collector);
+    int fd = -1;
+    for (int tries = 0; fd < 0 && tries < 5000; ++tries) {
+        fd = connectTo(path);
+        if (fd < 0)
+            usleep(1000);
+    }
+    const std::string flood(mebibytes << 20, '}');
+    auto start = Clock::now();
+    std::thread writer([&] {
+        writeAll(fd, flood);
+        writeAll(fd, "{\"commandId\":9}");
+    });
+    ymMainLoop::shared().runUntil([&] { return collector.received > 0; }, std::chrono::minutes(10));
+    double seconds = microseconds(Clock::now() - start) / 1e6;
+    writer.join();
+    close(fd);
+    server->setDelegate(nullptr);
+    Figure figure;
+    figure.name = "flood of " + std::to_string(mebibytes) + " MiB of \"}\" gathered";
+    figure.median = seconds;
+    figure.samples = 1;
+    figure.unit = "s";
+    return figure;
+}
+
 class Companion : public ymSdkDelegate {
 public:
     size_t presence = 0;
@@ -261,6 +276,10 @@ std::vector<pid_t> startIdleProcesses(int count)
 
 void printRow(const Figure &figure, const Figure *baseline, double target)
 {
+    if (figure.unit == "s") {
+        std::printf("%-48s %12.2f %9s\n", figure.name.c_str(), figure.median, figure.unit.c_str());
+        return;
+    }
     if (figure.unit != "us") {
         std::printf("%-48s %12.0f %9s %10s %8s %8s\n", figure.name.c_str(), figure.median, figure.unit.c_str(), "", "",
                     target > 0 ? (">= " + std::to_string(static_cast<long>(target))).c_str() : "");
@@ -293,10 +312,13 @@ int main(int argc, char **argv)
         return bench::runIdleProbe(std::atoi(argv[2]));
 
     bool quick = false;
+    bool losses = false;
     std::string jsonPath = "bench-results.json";
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--quick"))
             quick = true;
+        else if (!std::strcmp(argv[i], "--losses"))
+            losses = true;
         else if (!std::strcmp(argv[i], "--json") && i + 1 < argc)
             jsonPath = argv[++i];
     }
@@ -309,6 +331,20 @@ int main(int argc, char **argv)
     setenv("HOME", home.c_str(), 1);
     nlohmann::json results = {{"figures", nlohmann::json::array()}};
     std::vector<pid_t> idle;
+    if (losses) {
+        // What is lost by design, not how fast anything is.
+        try {
+            results = bench::measureLosses(std::filesystem::path(tool("ymsim")).parent_path());
+        } catch (const std::exception &error) {
+            std::fprintf(stderr, "ymbench: %s\n", error.what());
+        }
+        std::filesystem::remove_all(home);
+        std::ofstream(jsonPath) << results.dump(2) << "\n";
+        std::printf("\nwritten: %s\n", jsonPath.c_str());
+        // Released facades leave threads reading; the process ends without waiting for them.
+        std::fflush(stdout);
+        _exit(0);
+    }
     try {
         std::printf("%-48s %12s %9s %10s %8s %8s\n", "", "median", "p99", "samples", "ratio", "target");
         Figure raw = rawSocketPingPong(20000 / scale);
@@ -360,6 +396,12 @@ int main(int argc, char **argv)
             presenceBus = presenceRoundTrip("GetIMPresenceStatus round trip, D-Bus", companion, 3000 / scale);
             printRow(presenceBus, &rawBus, 1.3);
         }
+        // A peer that floods: the cost grows with what it sends, not with its square.
+        std::vector<Figure> floods;
+        for (size_t mebibytes : quick ? std::vector<size_t>{10, 30} : std::vector<size_t>{10, 30, 100}) {
+            floods.push_back(floodGathering(mebibytes));
+            printRow(floods.back(), nullptr, 0);
+        }
         // A companion's own costs.
         std::vector<double> startups;
         for (int i = 0; i < 30; ++i) {
@@ -374,6 +416,8 @@ int main(int argc, char **argv)
 
         for (const Figure *figure : {&raw, &rawBus, &channel, &presenceSocket, &statusCheck, &transportCheck, &presenceBus, &throughput, &startup})
             results["figures"].push_back(toJSON(*figure));
+        for (const Figure &flood : floods)
+            results["figures"].push_back(toJSON(flood));
         results["idleCompanion"] = idleCompanion;
         results["ratios"] = {{"channelToRawSocket", channel.median / raw.median},
                              {"presenceSocketToRawSocket", presenceSocket.median / raw.median},

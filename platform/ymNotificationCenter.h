@@ -7,8 +7,10 @@
 // match rule on the name (arg0), so the bus hands each process only what it observes.
 //
 // Observers are called on the main loop (ymMainLoop), in the order the notifications arrived.
-// Posting works from any thread. Without a session bus, posts are dropped and observers never
-// called; nothing fails.
+// Posting works from any thread. Without a session bus, posts are dropped and observers not
+// called; nothing fails. A bus that goes away (its daemon ends) is let go; the centre tries to
+// connect again every second (from the main loop, and before a post), and once a bus is there
+// again every observer hears from it as before.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +27,8 @@ public:
     // The process-wide centre; connects to the session bus on first use.
     static ymNotificationCenter &defaultCenter();
 
-    // Calls the observer for every notification of that name from now on. Answers a token for
-    // removeObserver(), or 0 when there is no session bus.
+    // Calls the observer for every notification of that name from now on (while there is a bus).
+    // Answers a token for removeObserver().
     uint64_t addObserver(const std::string &name, Observer observer);
 
     // Stops the observer; unknown tokens are ignored.
@@ -35,7 +37,7 @@ public:
     // Posts the notification. A missing user information goes out as an empty one.
     void post(const std::string &name, const std::optional<UserInfo> &userInfo);
 
-    // True when the centre has a session-bus connection.
+    // True when the centre has a session-bus connection now.
     bool isConnected();
 
     ymNotificationCenter(const ymNotificationCenter &) = delete;

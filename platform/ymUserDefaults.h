@@ -27,10 +27,12 @@ ymPropertyList::SharedNode sharedDomain(const std::string &domain);
 std::optional<std::vector<std::string>> preferredLanguages();
 
 // Changes a domain as one step that no other process interleaves with: under an exclusive lock
-// on "<domain file>.lock" the domain is read (an empty dictionary when there is none, or when its
-// file is not a dictionary), `change` edits it in place and answers whether to write it, and the
-// result is written as XML to a temporary file that is then renamed over the domain's file, so
-// readers never see half a file. Answers false when the domain cannot be locked or written.
+// on "<domain file>.lock" the domain is read (an empty dictionary when there is no file), `change`
+// edits it in place and answers whether to write it, and the result is written as XML to a
+// temporary file that is then renamed over the domain's file, so readers never see half a file;
+// temporary files that killed writers left behind are removed. A domain file that exists but
+// cannot be read, or is not a dictionary, is left as it is and nothing is written. Answers false
+// when the domain cannot be locked, read or written.
 bool updateDomain(const std::string &domain, const std::function<bool(plist_t dictionary)> &change);
 
 }  // namespace ymUserDefaults

@@ -91,18 +91,21 @@ CleanupResult removeDevices(const std::vector<Device> &devices)
             result.nothingStored = true;
             return false;
         }
+        // Each stored entry is read once, not once per device: the list may be long, and it is
+        // locked against every other companion meanwhile.
+        std::vector<StoredDevice> stored;
+        for (uint32_t j = 0; j < plist_array_get_size(array); ++j)
+            stored.push_back(parseEntry(plist_array_get_item(array, j)));
         for (const Device &device : devices) {
-            if (plist_array_get_size(array) == 0)
-                continue;
-            for (uint32_t j = 0; j < plist_array_get_size(array); ++j) {
-                StoredDevice stored = parseEntry(plist_array_get_item(array, j));
+            for (size_t j = 0; j < stored.size(); ++j) {
                 // An entry without an index matches on the name alone.
-                bool sameName = stored.deviceName.equals(device.deviceName);
-                bool sameIndex = !stored.deviceIndex.present || stored.deviceIndex.equals(device.deviceIndex);
+                bool sameName = stored[j].deviceName.equals(device.deviceName);
+                bool sameIndex = !stored[j].deviceIndex.present || stored[j].deviceIndex.equals(device.deviceIndex);
                 if (!sameName || !sameIndex)
                     continue;
                 // The next entry moves into place j and is passed over by this walk: j steps on.
-                plist_array_remove_item(array, j);
+                plist_array_remove_item(array, static_cast<uint32_t>(j));
+                stored.erase(stored.begin() + static_cast<long>(j));
                 result.released.push_back({device.deviceIndex.value_or("0"), device.deviceName});
             }
         }

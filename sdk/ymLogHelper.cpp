@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/ymFileManager.h"
@@ -41,9 +42,15 @@ void ymLogHelper::redirectNSLog(BOOL fresh)
     // Opened first and then put in place of descriptor 2, as freopen with "a+" would (created
     // with mode 0666 less the umask), except that a failure leaves standard error as it was
     // instead of closed. Child processes inherit it.
-    int fd = open(logPath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    int fd = open(logPath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
     if (fd < 0)
         return;
+    // Only a regular file is a log: writing into a FIFO nobody reads would hold every line.
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || fcntl(fd, F_SETFL, O_APPEND) != 0) {
+        close(fd);
+        return;
+    }
     fflush(stderr);
     dup2(fd, STDERR_FILENO);
     close(fd);

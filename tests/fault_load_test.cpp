@@ -5,10 +5,13 @@
 #include <YumoClientSdk/YMSocketIPCChannel.h>
 #include <YumoClientSdk/YMSocketIPCHelper.h>
 #include <YumoClientSdk/ymAppHelper.h>
+#include <YumoClientSdk/ymFileUtils.h>
 #include <YumoClientSdk/ymSdkImplement.h>
+#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <gtest/gtest.h>
+#include <csignal>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -70,6 +73,8 @@ TEST_F(Transport, ServerThatGoesAwayAndComesBack)
     MessageCollector &fromServer = collector;
     auto client = YMSocketIPCChannel_SDK::ipcClientWithSocketPath(path);
     client->setDelegate(&fromServer);
+    // The channel's first attempt, made on its own thread, finds nobody; only then is there a server.
+    ASSERT_TRUE(ymtest::eventually([&] { return log.text().find("connect error") != std::string::npos; }));
 
     int listening = ymtest::listenOn(path);
     client->sendMessage(std::string("first"));
@@ -106,7 +111,8 @@ TEST_F(Transport, ServerThatGoesAwayAndComesBack)
 TEST_F(Transport, PeerThatFloodsTenMegabytesWithoutABoundary)
 {
     auto server = listen();
-    const std::string flood(10 * 1024 * 1024, 'x');
+    // Every read ends in "}" but holds no "commandId": each is a text to look at, none a message.
+    const std::string flood(10 * 1024 * 1024, '}');
     int flooder = ymtest::connectTo(path);
     std::thread writer([&] {
         ymtest::writeText(flooder, flood);
@@ -121,8 +127,9 @@ TEST_F(Transport, PeerThatFloodsTenMegabytesWithoutABoundary)
     std::string longest = collector.messages[0].size() > collector.messages[1].size() ? collector.messages[0] : collector.messages[1];
     EXPECT_EQ(longest.size(), flood.size() + 15);
     EXPECT_EQ(longest.substr(flood.size()), "{\"commandId\":9}");
-    // Each read logs at most 64 KiB of what was gathered, not all of it again.
-    EXPECT_LT(log.text().size(), 200u * 1024 * 1024);
+    // The log shows each read, and of the gathered text only its start: it grows with the flood,
+    // not with the flood once again on every read.
+    EXPECT_LT(log.text().size(), 3 * flood.size());
     close(flooder);
     close(other);
 }
@@ -148,6 +155,54 @@ TEST_F(Transport, TwoHundredPeersReceiveOneBroadcast)
         close(fd);
     }
     EXPECT_EQ(ymtest::countLinesContaining(log.text(), "send success..."), 200);
+}
+
+TEST_F(Transport, FullListenQueueHoldsNoSenderForLong)
+{
+    // A meeting client that accepts nobody: its queue is full after one connection.
+    int listening = ymtest::listenOn(path, 0);
+    int queued = ymtest::connectTo(path);
+    ASSERT_GE(queued, 0);
+    auto client = YMSocketIPCChannel_SDK::ipcClientWithSocketPath(path);
+    // Two companion threads send meanwhile: each gives up after the wait limit; neither is held.
+    std::thread other([&] { client->sendMessage(std::string("from another thread")); });
+    client->sendMessage(std::string("lost"));
+    other.join();
+    EXPECT_GE(ymtest::countLinesContaining(log.text(), "-[ySocketClientImpl_SDK connect]: connect error"), 1);
+
+    // Once the meeting client accepts again, the next send goes through.
+    close(ymtest::acceptOne(listening));
+    close(queued);
+    client->sendMessage(std::string("again"));
+    int peer = ymtest::acceptOne(listening);
+    EXPECT_EQ(ymtest::readText(peer, 5), "again");
+    close(peer);
+    close(listening);
+}
+
+TEST_F(Transport, PeerThatStopsReadingHoldsNoBroadcastForLong)
+{
+    auto server = listen();
+    int stopped = ymtest::connectTo(path);  // never reads
+    int reader = ymtest::connectTo(path);
+    ASSERT_TRUE(ymtest::writeText(stopped, "{\"commandId\":0}"));
+    ASSERT_TRUE(ymtest::writeText(reader, "{\"commandId\":0}"));
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return collector.messages.size() == 2; }));  // both are peers now
+
+    // Far more than the stopped peer's socket takes: the broadcasts go on, and the peer that reads
+    // gets every one of them, in order.
+    std::string expected;
+    for (int i = 0; i < 2000; ++i)
+        expected += "{\"commandId\":2,\"n\":" + std::to_string(i) + ",\"pad\":\"" + std::string(1000, 'p') + "\"}";
+    std::string received;
+    std::thread readAll([&] { received = ymtest::readText(reader, expected.size()); });
+    for (int i = 0; i < 2000; ++i)
+        server->sendMessage("{\"commandId\":2,\"n\":" + std::to_string(i) + ",\"pad\":\"" + std::string(1000, 'p') + "\"}");
+    readAll.join();
+    EXPECT_TRUE(received == expected) << received.size() << " of " << expected.size() << " bytes";
+    EXPECT_GE(ymtest::countLinesContaining(log.text(), "partial write!"), 1);
+    close(stopped);
+    close(reader);
 }
 
 class SharedState : public ::testing::Test {
@@ -200,17 +255,85 @@ TEST_F(SharedState, LogFolderThatCannotBeWritten)
     EXPECT_NE(log.text().find(">> -[ymSdkImplement GetIMPresenceStatus] start"), std::string::npos);
 }
 
-TEST_F(SharedState, DefaultsFilesThatAreNotPropertyLists)
+TEST_F(SharedState, ListsThatCannotBeReadAreNeverOverwritten)
 {
-    std::filesystem::create_directories(home.path() + "/Library/Preferences");
+    // Another companion's list, which the next companion cannot read: after a run with sudo it
+    // belongs to root; as another user it is simply not ours to read.
+    std::vector<std::string> others = {"{\"deviceName\":\"A\",\"deviceIndex\":\"1\"}", "{\"deviceName\":\"B\",\"deviceIndex\":\"2\"}"};
+    ymtest::writeSharedDeviceTexts(others);
+    const std::string stored = ymtest::readFile(suite());
+    if (getuid() == 0) {
+        ASSERT_EQ(chmod(suite().c_str(), 0600), 0);
+        ASSERT_EQ(chmod(home.path().c_str(), 0755), 0);
+        ASSERT_EQ(chmod((home.path() + "/Library/Preferences").c_str(), 0777), 0);
+        ymtest::ChildProcess companion("/usr/bin/setpriv", {"--reuid=65534", "--regid=65534", "--clear-groups",
+                                                            ymtest::helperProgram("companion_peer"), "register", "Headset", "1", "1", "1"});
+        EXPECT_EQ(companion.readLine(), "YES");  // the registration answers as ever
+        EXPECT_EQ(companion.wait(), 0);
+    } else {
+        ASSERT_EQ(chmod(suite().c_str(), 0), 0);
+        EXPECT_TRUE(ymSdkImplement::create()->RegisterAudioDevice("Headset", "1", 1, 1));
+        ASSERT_EQ(chmod(suite().c_str(), 0644), 0);
+    }
+    EXPECT_EQ(ymtest::readFile(suite()), stored);
+
+    // A list that is not a property list is kept as it is too.
     ymtest::writeFile(suite(), "this is not a property list");
-    ymtest::writeFile(home.path() + "/Library/Preferences/com.yumocorp.yumoapp.plist", "<plist><dict><key>installPath</key>");
-    ymtest::writeFile(home.path() + "/Library/Preferences/.GlobalPreferences.plist", std::string("bplist00\0\0\0", 11));
     auto facade = ymSdkImplement::create();
     EXPECT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1));
-    EXPECT_EQ(ymtest::sharedDeviceTexts().size(), 1u);  // a new, whole list replaces the unreadable one
-    EXPECT_EQ(ymAppHelper::sharedInstance()->getYumoClientInstallPath(), home.path() + "/Applications/yumoapp.app");
+    EXPECT_TRUE(facade->isRegisteredDevice("Headset", "1"));
+    EXPECT_EQ(ymtest::readFile(suite()), "this is not a property list");
+}
+
+TEST_F(SharedState, FoldersAndFifosWherePropertyListsAreRead)
+{
+    // Each reads as "not a property list", at once: nothing throws, nothing waits for a writer.
+    std::filesystem::create_directories(suite());
+    ASSERT_EQ(mkfifo((home.path() + "/Library/Preferences/com.yumocorp.yumoapp.plist").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((home.path() + "/Library/Preferences/.GlobalPreferences.plist").c_str(), 0600), 0);
+    std::string bundle = home.path() + "/Applications/yumoapp.app";
+    std::filesystem::create_directories(bundle + "/Contents");
+    ASSERT_EQ(mkfifo((bundle + "/Contents/Info.plist").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((home.path() + "/package.pkg").c_str(), 0600), 0);
+
+    auto facade = ymSdkImplement::create();
+    EXPECT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1));
+    EXPECT_TRUE(std::filesystem::is_directory(suite()));
+    facade->CleanupAudioDevices();
+    ymAppHelper &helper = *ymAppHelper::sharedInstance();
+    EXPECT_EQ(helper.getYumoClientInstallPath(), bundle);
+    EXPECT_STREQ(ymGetFileVersion(bundle.c_str()), "");
     EXPECT_EQ(facade->GetIMPresenceStatus(), 5);
+    EXPECT_FALSE(helper.objectForPropertyListKey(std::string("CFBundleVersion"), bundle + "/Contents/Info.plist"));
+    EXPECT_FALSE(helper.checkCodeSignForYumoPkg(home.path() + "/package.pkg"));
+    // The global domain being unreadable, the language comes from the locale.
+    unsetenv("LANGUAGE");
+    unsetenv("LC_ALL");
+    unsetenv("LC_MESSAGES");
+    setenv("LANG", "de_DE.UTF-8", 1);
+    EXPECT_EQ(helper.getSystemLanguage(), "de-DE");
+}
+
+TEST_F(SharedState, LeftoversOfKilledWritersAreRemovedByTheNextWrite)
+{
+    // A companion killed while it registers may leave its temporary file behind (a kill between
+    // the write and the rename); one is put there as such a kill leaves it, in case this one
+    // did not land there.
+    {
+        ymtest::ChildProcess registrar(ymtest::helperProgram("companion_peer"), {"bulk-register", "K", "100000"});
+        ASSERT_TRUE(ymtest::eventually([&] { return ymtest::sharedDeviceTexts().size() >= 20; }));
+    }  // killed
+    const std::string preferences = home.path() + "/Library/Preferences";
+    ymtest::writeFile(preferences + "/.YumoClientSdk.ShareData.plist.ym-Ab12Cd", "half a list");
+    ymtest::writeFile(preferences + "/.YumoClientSdk.ShareData.plist.ym-kept", "not a leftover: another name");
+    auto facade = ymSdkImplement::create();
+    EXPECT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1));
+    std::vector<std::string> left;
+    for (const auto &item : std::filesystem::directory_iterator(preferences))
+        left.push_back(item.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{".YumoClientSdk.ShareData.plist.ym-kept", "YumoClientSdk.ShareData.plist",
+                                              "YumoClientSdk.ShareData.plist.lock"}));
 }
 
 TEST_F(SharedState, GroupContainerPathTooLongForASocket)
@@ -240,6 +363,77 @@ TEST_F(SharedState, GroupContainerPathTooLongForASocket)
     EXPECT_EQ(facade->GetIMPresenceStatus(), 0);
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->presence.size() == 1; }));
     EXPECT_EQ(delegate->presence[0].code, 1);
+}
+
+// A session bus of the test's own, at an address that stays the same when it is started again.
+class PrivateBus {
+public:
+    explicit PrivateBus(const std::string &folder) : _address("unix:path=" + folder + "/bus") { start(); }
+    void start()
+    {
+        _daemon = std::make_unique<ymtest::ChildProcess>(
+            "/usr/bin/dbus-daemon", std::vector<std::string>{"--session", "--nofork", "--address=" + _address, "--print-address=1"});
+        _daemon->readLine();  // printed once it listens
+    }
+    void kill() { _daemon.reset(); }
+    const std::string &address() const { return _address; }
+
+private:
+    std::string _address;
+    std::unique_ptr<ymtest::ChildProcess> _daemon;
+};
+
+TEST_F(SharedState, StoppedHostProcessHoldsNoCommandForLong)
+{
+    ymtest::RunningClient client = ymtest::RunningClient::simulator("5.6.0", {"--quiet"});
+    auto delegate = std::make_shared<ymtest::RecordingDelegate>();
+    auto facade = ymSdkImplement::create();
+    facade->setDelegate(delegate);
+    ASSERT_EQ(facade->GetIMPresenceStatus(), 0);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->presence.size() == 1; }));
+
+    // The meeting client and its host process stop (a debugger, SIGSTOP): far more audio commands
+    // than their socket takes still each answer.
+    ASSERT_EQ(kill(client.process().pid(), SIGSTOP), 0);
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(facade->SetAudioCmd(5, YMAudioDevice_s{"1", "Headset", 2830, 3}), 0) << i;
+    // They go on, and so does the companion.
+    ASSERT_EQ(kill(client.process().pid(), SIGCONT), 0);
+    ASSERT_EQ(facade->GetIMPresenceStatus(), 0);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->presence.size() == 2; }));
+}
+
+TEST_F(SharedState, LosingTheSessionBusStopsOnlyTheNotificationTransport)
+{
+    PrivateBus bus(home.path());
+    setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);  // for this process and its children
+    ymtest::RunningClient client = ymtest::RunningClient::simulator("5.6.0");
+    auto delegate = std::make_shared<ymtest::RecordingDelegate>();
+    auto facade = ymSdkImplement::create();
+    facade->setDelegate(delegate);
+    ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
+    ASSERT_TRUE(center.isConnected());
+
+    bus.kill();
+    // The companion goes on: its loop runs, and the meeting client answers over the socket.
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return !center.isConnected(); }));
+    EXPECT_EQ(facade->GetIMPresenceStatus(), 0);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->presence.size() == 1; }));
+    // A 5.5 client is reached by notification: sent into nothing, and the command still answers.
+    ymtest::writeFile(home.path() + "/Applications/yumoapp.app/Contents/Info.plist",
+                      R"(<plist><dict><key>CFBundleIdentifier</key><string>com.yumocorp.yumoapp</string>)"
+                      R"(<key>CFBundleExecutable</key><string>yumoapp</string><key>CFBundleVersion</key><string>5.5.0</string></dict></plist>)");
+    EXPECT_EQ(facade->GetIMPresenceStatus(), 0);
+
+    // The bus comes back, and the notification transport with it (the simulator's too: it is asked
+    // until it has subscribed again).
+    bus.start();
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return center.isConnected(); }));
+    ASSERT_TRUE(ymtest::eventually([&] {
+        EXPECT_EQ(facade->GetIMPresenceStatus(), 0);
+        return ymtest::runMainLoopUntil([&] { return delegate->presence.size() == 2; }, std::chrono::milliseconds(100));
+    }));
+    EXPECT_EQ(delegate->presence[1].code, 1);
 }
 
 }  // namespace

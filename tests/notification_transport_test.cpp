@@ -131,7 +131,8 @@ TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)
     // This process has not used the bus yet; the centre it gets now finds none.
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     EXPECT_FALSE(ymNotificationCenter::defaultCenter().isConnected());
-    EXPECT_EQ(ymNotificationCenter::defaultCenter().addObserver("x", [](const std::string &, const ymNotificationCenter::UserInfo &) {}), 0u);
+    // Observers are kept for when a bus comes.
+    EXPECT_NE(ymNotificationCenter::defaultCenter().addObserver("x", [](const std::string &, const ymNotificationCenter::UserInfo &) {}), 0u);
     ymtest::CapturedStderr log;
     auto manager = ymIPCMsgMgr::create();
     manager->sendIPCMessageToYumoClient(std::string("nobody hears this"));

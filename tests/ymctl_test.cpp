@@ -1,4 +1,5 @@
 // ymctl from the shell's side: the built tool against the simulator, its JSON and exit codes.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -87,7 +88,7 @@ TEST_F(Ymctl, PresenceAndAudioOverBothTransports)
     // The client gone: the command is refused with its code.
     Result refused = ymctl({"--json", "presence"});
     EXPECT_EQ(refused.status, 5);
-    EXPECT_EQ(refused.objects.at(0)["status"], 5);
+    EXPECT_EQ(refused.objects.at(0), (nlohmann::json{{"status", 5}, {"error", "0:Error YumoClientNotRunning"}}));
 }
 
 TEST_F(Ymctl, NoAnswerInTimeIsItsOwnExitStatus)
@@ -102,13 +103,13 @@ TEST_F(Ymctl, DevicesAreRegisteredListedAndCleanedUp)
 {
     ymtest::RunningClient client = ymtest::RunningClient::simulator("5.6.0");
     EXPECT_EQ(ymctl({"register", "--name", "Headset", "--index", "1", "--vid", "2830", "--pid", "0x3"}).status, 0);
-    EXPECT_EQ(ymctl({"register", "--name", "Dock", "--index", "2", "--vid", "1", "--pid", "abc"}).status, 0);
+    EXPECT_EQ(ymctl({"register", "--name", "Dock", "--index", "2", "--vid", "1", "--pid", "0x10"}).status, 0);
     EXPECT_EQ(ymctl({"register", "--name", "", "--index", "2", "--vid", "1", "--pid", "1"}).status, 1);
     Result devices = ymctl({"--json", "devices"});
     ASSERT_EQ(devices.objects.size(), 1u);
     EXPECT_EQ(devices.objects[0]["devices"],
               (nlohmann::json{{{"deviceIndex", "1"}, {"deviceName", "Headset"}, {"usbPid", 3}, {"usbVid", 2830}},
-                              {{"deviceIndex", "2"}, {"deviceName", "Dock"}, {"usbPid", "abc"}, {"usbVid", 1}}}));
+                              {{"deviceIndex", "2"}, {"deviceName", "Dock"}, {"usbPid", 16}, {"usbVid", 1}}}));
 
     Result cleanup = ymctl({"--json", "cleanup", "--device", "Headset:1"});
     EXPECT_EQ(cleanup.status, 0);
@@ -118,17 +119,45 @@ TEST_F(Ymctl, DevicesAreRegisteredListedAndCleanedUp)
     EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
 }
 
+// A refused command line: exit 64 and one line, on standard error, naming what was wrong.
+std::string refusal(const std::vector<std::string> &arguments)
+{
+    ymtest::ChildProcess process(ymtest::toolProgram("ymctl"), arguments, true);
+    std::vector<std::string> lines;
+    while (std::optional<std::string> line = process.readLine())
+        lines.push_back(*line);
+    EXPECT_EQ(process.wait(), 64) << arguments.at(0);
+    EXPECT_EQ(lines.size(), 1u) << arguments.at(0);
+    return lines.empty() ? "" : lines[0];
+}
+
 TEST_F(Ymctl, UsageErrorsAndHelp)
 {
-    Result none = ymctl({});
-    EXPECT_EQ(none.status, 64);
-    Result unknown = ymctl({"bogus"});
-    EXPECT_EQ(unknown.status, 64);
-    EXPECT_EQ(ymctl({"audio", "5"}).status, 64);                        // no device
-    EXPECT_EQ(ymctl({"audio", "five", "--name", "a", "--index", "1"}).status, 64);
-    EXPECT_EQ(ymctl({"presence", "--timeout"}).status, 64);
-    EXPECT_EQ(ymctl({"status", "extra"}).status, 64);
-    EXPECT_EQ(ymctl({"cleanup"}).status, 64);
+    using testing::HasSubstr;
+    EXPECT_THAT(refusal({}), HasSubstr("say which command"));
+    EXPECT_THAT(refusal({"bogus"}), HasSubstr("unknown command \"bogus\""));
+    EXPECT_THAT(refusal({"status", "--bogus"}), HasSubstr("unknown option \"--bogus\""));
+    EXPECT_THAT(refusal({"status", "extra"}), HasSubstr("unexpected argument \"extra\""));
+    EXPECT_THAT(refusal({"audio", "5"}), HasSubstr("--name NAME and --index INDEX are required"));
+    EXPECT_THAT(refusal({"audio", "five", "--name", "a", "--index", "1"}), HasSubstr("audio command takes a whole number"));
+    // 32 bits, no more: 99999999999 would wrap.
+    EXPECT_THAT(refusal({"audio", "99999999999", "--name", "a", "--index", "1"}), HasSubstr("not \"99999999999\""));
+    EXPECT_THAT(refusal({"audio", "5", "--name", "a", "--index", "1", "--wait", "-1"}), HasSubstr("--wait takes a whole number of seconds from 0"));
+    EXPECT_THAT(refusal({"presence", "--timeout", "-1"}), HasSubstr("--timeout takes"));
+    EXPECT_THAT(refusal({"presence", "--timeout"}), HasSubstr("--timeout needs a value"));
+    // USB identifiers are 16-bit numbers, decimal or hex.
+    for (const char *bad : {"65536", "-1", "abc", "0x10000"})
+        EXPECT_THAT(refusal({"register", "--name", "a", "--index", "1", "--vid", bad, "--pid", "1"}),
+                    HasSubstr("--vid takes a number from 0 to 65535 (decimal, or hex with 0x), not \"" + std::string(bad) + "\""));
+    EXPECT_THAT(refusal({"audio", "5", "--name", "a", "--index", "1", "--pid", "70000"}), HasSubstr("--pid takes a number from 0 to 65535"));
+    EXPECT_THAT(refusal({"cleanup"}), HasSubstr("--device NAME:INDEX"));
+    EXPECT_THAT(refusal({"cleanup", "--device", "nocolon"}), HasSubstr("--device takes NAME:INDEX"));
+
+    EXPECT_EQ(ymctl({"register", "--name", "a", "--index", "1", "--vid", "0xFFFF", "--pid", "0"}).status, 0);
+    EXPECT_EQ(nlohmann::json::parse(ymtest::sharedDeviceTexts().at(0))["usbVid"], 65535);
+    Result version = ymctl({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_THAT(version.lines.at(0), testing::StartsWith("ymctl 1."));
     Result help = ymctl({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_GT(help.lines.size(), 10u);

@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 #include "3rdSDKIPC/ipc_socket/ySocketDescriptor.h"
@@ -63,6 +64,8 @@ void ySocketClientImpl_SDK::connect()
         _condition.notify_one();
         return;
     }
+    // A listen queue that is full makes connect wait; it waits no longer than a write may.
+    ySocketFraming::limitPeerWaits(fd);
     auto fail = [&] {
         closeUnpublished(fd);
         _condition.notify_one();
@@ -94,6 +97,7 @@ void ySocketClientImpl_SDK::connect()
         fail();
         return;
     }
+    _stalled = false;
     _fd->publish(fd);
     _condition.notify_one();
     lock.unlock();
@@ -133,12 +137,21 @@ bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
     static const char *const kFn = "-[ySocketClientImpl_SDK send:]";
     if (_fd->load() < 0) {
         YM_LOG("%s: socket connect %d is not ready, need connect it again!", kFn, _fd->load());
-        std::unique_lock<std::mutex> lock(_conditionLock);
+        // An attempt (another sender's, or this one's) that does not end in time counts as a
+        // failed one: the caller's thread is never held by a peer that does not answer.
+        auto deadline = std::chrono::steady_clock::now() + ySocketFraming::kAttemptWaitLimit;
+        std::unique_lock<std::mutex> lock(_conditionLock, std::defer_lock);
+        // Another attempt holds the lock for as long as it takes (a few seconds at most).
+        while (!lock.try_lock()) {
+            if (std::chrono::steady_clock::now() >= deadline)
+                return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         if (!ymDetachThread([self = shared_from_this()] { self->connect(); }))
             return false;
         // One wake-up is taken as the attempt's outcome. The attempt cannot signal before this
         // wait has released the lock, so the signal is never missed.
-        _condition.wait(lock);
+        _condition.wait_until(lock, deadline);
         lock.unlock();
         if (!message || _fd->load() < 0)
             return false;
@@ -150,11 +163,13 @@ bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
 
     std::string_view bytes = ySocketFraming::bytesToSend(message);
     size_t length = bytes.size();
-    ssize_t written;
+    long written;
     {
         ySocketDescriptor::Use use(*_fd);
         YM_LOG("%s: [%d]-[%ld]", kFn, use.fd(), static_cast<long>(length));
-        written = ::send(use.fd(), bytes.data(), length, MSG_NOSIGNAL);
+        bool stalled = _stalled;
+        written = ySocketFraming::sendOnce(use.fd(), bytes, stalled);
+        _stalled = stalled;
     }
     // A failed write of a non-empty text still answers YES; only an empty one is looked at.
     if (length != 0 || written == 0)

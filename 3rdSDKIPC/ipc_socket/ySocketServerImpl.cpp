@@ -85,6 +85,7 @@ bool ySocketServerImpl_SDK::start()
             YM_LOG("%s: accept error, discard!", kFn);
             continue;
         }
+        ySocketFraming::limitPeerWaits(connection);  // a peer that stops reading holds a broadcast this long at most
         {
             std::lock_guard<std::mutex> guard(_vecConnectionsLock);
             _vecConnections.push_back(connection);
@@ -121,6 +122,7 @@ void ySocketServerImpl_SDK::connectionProcessFunc(int fd)
         auto found = std::find(_vecConnections.begin(), _vecConnections.end(), fd);
         if (found != _vecConnections.end())
             _vecConnections.erase(found);
+        std::erase(_stalledConnections, fd);
     }
     close(fd);
     YM_LOG("%s: connection %d finished!", kFn, fd);
@@ -138,8 +140,14 @@ bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
     size_t length = bytes.size();
     YM_LOG("%s: [%d:%d]-[%ld]: buf = %.*s", kFn, _fd->load(), _cl, static_cast<long>(length), static_cast<int>(length), bytes.data());
     for (int connection : _vecConnections) {
-        ssize_t written = ::send(connection, bytes.data(), length, MSG_NOSIGNAL);
-        if (written == static_cast<ssize_t>(length))
+        auto stalledAt = std::find(_stalledConnections.begin(), _stalledConnections.end(), connection);
+        bool stalled = stalledAt != _stalledConnections.end();
+        long written = ySocketFraming::sendOnce(connection, bytes, stalled);
+        if (stalled && stalledAt == _stalledConnections.end())
+            _stalledConnections.push_back(connection);
+        else if (!stalled && stalledAt != _stalledConnections.end())
+            _stalledConnections.erase(stalledAt);
+        if (written == static_cast<long>(length))
             YM_LOG("%s: send success...", kFn);
         else if (length != 0)
             YM_LOG("%s: partial write! [%ld]", kFn, static_cast<long>(length));
@@ -168,6 +176,7 @@ bool ySocketServerImpl_SDK::end()
         for (int connection : _vecConnections)
             shutdown(connection, SHUT_RDWR);
         _vecConnections.clear();
+        _stalledConnections.clear();
     }
     YM_LOG("%s", kFn);
     return true;

@@ -1,15 +1,12 @@
 /// @file
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "YMSocketIPCChannelDelegate.h"
-#include "ySocketClientImpl.h"
 #include "ySocketDelegate.h"
-#include "ySocketServerImpl.h"
 #include "ymBase.h"
 
 /// YMSocketIPCChannel_SDK: the socket transport as the rest of the SDK sees it.
@@ -49,8 +46,9 @@ public:
     int initIPCServerWithSocketPath(const std::optional<std::string> &socketPath);
 
     /// Sends the text as it is: broadcast to every peer on a server channel, to the server on a
-    /// client channel (connecting first when needed, which may block the caller for one attempt).
-    /// The outcome is not reported.
+    /// client channel (connecting first when needed). It may hold the caller for a few seconds at
+    /// most: 4 for a connection attempt, 3 for a write to a peer that does not read (see
+    /// ySocketClientImpl_SDK). The outcome is not reported.
     void sendMessage(const std::optional<std::string> &message);
 
     /// The socket's reader threads call this with the text gathered so far: answers 0 when it is
@@ -65,10 +63,9 @@ public:
     YMSocketIPCChannel_SDK(const YMSocketIPCChannel_SDK &) = delete;
     YMSocketIPCChannel_SDK &operator=(const YMSocketIPCChannel_SDK &) = delete;
 
-private:
-    YMSocketIPCChannel_SDK() = default;
+    struct Impl;
 
-    std::shared_ptr<ySocketClientImpl_SDK> _socketClient;
-    std::shared_ptr<ySocketServerImpl_SDK> _socketServer;
-    std::atomic<YMSocketIPCChannelDelegate *> _delegate{nullptr};
+private:
+    YMSocketIPCChannel_SDK();
+    std::shared_ptr<Impl> _impl;
 };

@@ -1,6 +1,7 @@
 /// @file
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -23,6 +24,13 @@ class ySocketDescriptor;
 /// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write, and since a
 /// failed write of a non-empty text still answers YES, the caller learns of it only from the
 /// next send(), which reconnects.
+///
+/// Bounded waits: a connect (to a server whose listen queue is full) and a write (to a server that
+/// does not read) each wait at most 3 seconds, and then count as the failed connect or the failed
+/// write they are; after a write that waited so, writes do not wait until the server takes a whole
+/// text again. send() waits at most 4 seconds for a connection attempt, its own or another
+/// sender's. A caller's thread is never held longer by a meeting client that is stopped. (The
+/// original transport waited without limit.)
 class YM_EXPORT ySocketClientImpl_SDK : public std::enable_shared_from_this<ySocketClientImpl_SDK> {
 public:
     /// A new, unconnected client. Clients live in shared pointers: their reader threads hold them.
@@ -37,7 +45,7 @@ public:
     void connect();
 
     /// Writes the text once. When not connected, first makes one connection attempt and waits for
-    /// it; answers NO when that fails. Answers NO for a missing or empty text. Otherwise YES when
+    /// it (4 seconds at most); answers NO when that fails or does not end in time. Answers NO for a missing or empty text. Otherwise YES when
     /// the text had bytes to send, whatever the write did; for a text that converts to no bytes
     /// (65,535 bytes of UTF-8 or more), YES only when the empty write succeeded.
     bool send(const std::optional<std::string> &message);
@@ -67,6 +75,8 @@ private:
     /// The condition: held for a whole connection attempt, and waited on by send().
     std::mutex _conditionLock;
     std::condition_variable _condition;
+    /// The peer took nothing for the whole wait limit on the last write.
+    std::atomic<bool> _stalled{false};
     std::optional<std::string> _socketPath;
     struct DelegateReference;
     std::unique_ptr<DelegateReference> _delegate;

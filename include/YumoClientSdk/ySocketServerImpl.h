@@ -24,6 +24,12 @@ class ySocketDescriptor;
 /// accept thread and the reader threads keep the object alive while they run.
 ///
 /// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write.
+///
+/// Bounded waits: a write to a peer that does not read waits at most 3 seconds and then counts as
+/// the failed write it is ("partial write!"); until that peer takes a whole text again, writes
+/// to it do not wait at all. So one peer that stops reading holds a broadcast once, for 3 seconds,
+/// and never stops the server answering the others. (The original transport waited without
+/// limit.)
 class YM_EXPORT ySocketServerImpl_SDK : public std::enable_shared_from_this<ySocketServerImpl_SDK> {
 public:
     /// A new server without a socket. Servers live in shared pointers: their threads hold them.
@@ -38,8 +44,9 @@ public:
     /// A stale socket file at the path is removed first. Run it on a thread of its own.
     bool start();
 
-    /// Writes the text once to every accepted peer, in the order they were accepted. Answers NO
-    /// when there is no listening socket or no peer; otherwise YES, whatever the writes did.
+    /// Writes the text once to every accepted peer, in the order they were accepted (at most 3
+    /// seconds for a peer that does not read). Answers NO when there is no listening socket or no
+    /// peer; otherwise YES, whatever the writes did.
     /// A text whose UTF-8 form has 65,535 bytes or more is not sent whole (see ySocketFraming).
     bool send(const std::optional<std::string> &message);
 
@@ -69,6 +76,8 @@ private:
     std::unique_ptr<ySocketDescriptor> _fd;  ///< the listening socket; -1 when there is none
     int _cl = 0;  ///< never assigned; printed beside _fd
     std::vector<int> _vecConnections;
+    /// The connections that took nothing for the whole wait limit on their last write.
+    std::vector<int> _stalledConnections;
     std::mutex _vecConnectionsLock;
     std::optional<std::string> _socketPath;
     struct DelegateReference;

@@ -63,7 +63,7 @@ public:
     class Source {
     public:
         virtual ~Source() = default;
-        /// The descriptor to watch.
+        /// The descriptor to watch, -1 for none. It may change from one dispatch to the next.
         virtual int fileDescriptor() const = 0;
         /// poll(2) events to wait for now (POLLIN, POLLOUT).
         virtual short pollEvents() const = 0;

@@ -30,6 +30,12 @@
 /// (see ymAPIErrorMgr) and then goes by the socket transport when the installed client is 5.6 or
 /// later, by notifications otherwise; the choice is made afresh for every command.
 ///
+/// A command returns within a few seconds whatever the meeting client does: sending to a client
+/// that is stopped, or whose listen queue is full, waits at most 4 seconds for the connection
+/// and 3 for the write, and then counts as a send that failed (the status is still 0, as for any
+/// send the transport could not complete). Registration waits at most 10 seconds for the shared
+/// list's lock.
+///
 /// Command status: 0 the text was handed to a transport (no answer is awaited); 5 the meeting
 /// client is not running (also when not installed); 2 and 6 as ymAPIErrorMgr says; 8 no transport
 /// to send with. ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr() gives the text.

@@ -195,9 +195,61 @@ std::optional<std::vector<std::string>> contentsOfDirectory(const std::string &p
     return names;
 }
 
+int openRegularFile(const std::string &path)
+{
+    // O_NONBLOCK: opening a FIFO that nobody writes must not wait for a writer.
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0)
+        return -1;
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(fd);
+        errno = EINVAL;
+        return -1;
+    }
+    return fd;
+}
+
+ReadResult readRegularFile(const std::string &path, std::string &bytes)
+{
+    bytes.clear();
+    int fd = openRegularFile(path);
+    if (fd < 0)
+        return errno == ENOENT ? ReadResult::missing : ReadResult::unreadable;
+    char buffer[65536];
+    for (;;) {
+        ssize_t count = read(fd, buffer, sizeof buffer);
+        if (count == 0)
+            break;
+        if (count < 0) {
+            if (errno == EINTR)
+                continue;
+            close(fd);
+            bytes.clear();
+            return ReadResult::unreadable;
+        }
+        bytes.append(buffer, static_cast<size_t>(count));
+    }
+    close(fd);
+    return ReadResult::read;
+}
+
+namespace {
+
+// The temporary file a write of `path` goes through: ".<name>.ym-XXXXXX" beside it, so that
+// leftovers of one file are told from everything else in its folder.
+std::string temporaryPrefixOf(const std::string &path)
+{
+    size_t slash = path.find_last_of('/');
+    std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    return "." + name.substr(0, 200) + ".ym-";
+}
+
+}  // namespace
+
 bool writeFile(const std::string &path, std::string_view bytes)
 {
-    std::string temporary = parentOf(path) + "/.ym-write-XXXXXX";
+    std::string temporary = parentOf(path) + "/" + temporaryPrefixOf(path) + "XXXXXX";
     int fd = mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0)
         return false;
@@ -210,6 +262,18 @@ bool writeFile(const std::string &path, std::string_view bytes)
         return false;
     }
     return true;
+}
+
+void removeLeftoverTemporaries(const std::string &path)
+{
+    std::string folder = parentOf(path);
+    std::string prefix = temporaryPrefixOf(path);
+    std::optional<std::vector<std::string>> names = contentsOfDirectory(folder);
+    if (!names)
+        return;
+    for (const std::string &name : *names)
+        if (name.size() == prefix.size() + 6 && name.compare(0, prefix.size(), prefix) == 0)
+            unlink((folder + "/" + name).c_str());
 }
 
 }  // namespace ymFileManager

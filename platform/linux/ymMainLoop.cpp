@@ -21,8 +21,14 @@ struct ymMainLoop::State {
     std::mutex queueLock;
     std::deque<std::function<void()>> queue;
 
+    // Each source with the descriptor it is watched by: a source may change its descriptor (the
+    // bus source does when its connection is lost and when it comes back).
+    struct Watched {
+        std::shared_ptr<Source> source;
+        int fd;
+    };
     std::mutex sourcesLock;
-    std::vector<std::shared_ptr<Source>> sources;
+    std::vector<Watched> sources;
 
     // One thread dispatches at a time; the same thread may dispatch again from a callback.
     std::recursive_mutex dispatchLock;
@@ -45,20 +51,31 @@ struct ymMainLoop::State {
         return events;
     }
 
-    void watch(const Source &source, int operation) const
+    // Watches the source's descriptor for the events it waits for now; a descriptor that changed
+    // is swapped (the old one may be closed already, which took it out by itself).
+    void watch(Watched &watched) const
     {
+        int fd = watched.source->fileDescriptor();
         struct epoll_event event = {};
-        event.events = epollEventsOf(source.pollEvents());
-        event.data.fd = source.fileDescriptor();
-        epoll_ctl(epollFd, operation, source.fileDescriptor(), &event);
+        event.events = epollEventsOf(watched.source->pollEvents());
+        event.data.fd = fd;
+        if (fd != watched.fd) {
+            if (watched.fd >= 0)
+                epoll_ctl(epollFd, EPOLL_CTL_DEL, watched.fd, nullptr);
+            if (fd >= 0)
+                epoll_ctl(epollFd, EPOLL_CTL_ADD, fd, &event);
+            watched.fd = fd;
+        } else if (fd >= 0 && epoll_ctl(epollFd, EPOLL_CTL_MOD, fd, &event) != 0 && errno == ENOENT) {
+            epoll_ctl(epollFd, EPOLL_CTL_ADD, fd, &event);  // the same number, opened again
+        }
     }
 
     int sourcesTimeout()
     {
         std::lock_guard<std::mutex> guard(sourcesLock);
         int timeout = -1;
-        for (const auto &source : sources) {
-            int wanted = source->timeoutMilliseconds();
+        for (const auto &watched : sources) {
+            int wanted = watched.source->timeoutMilliseconds();
             if (wanted >= 0 && (timeout < 0 || wanted < timeout))
                 timeout = wanted;
         }
@@ -101,8 +118,8 @@ int ymMainLoop::fileDescriptor() const { return _state->epollFd; }
 void ymMainLoop::addSource(const std::shared_ptr<Source> &source)
 {
     std::lock_guard<std::mutex> guard(_state->sourcesLock);
-    _state->sources.push_back(source);
-    _state->watch(*source, EPOLL_CTL_ADD);
+    _state->sources.push_back({source, -1});
+    _state->watch(_state->sources.back());
 }
 
 size_t ymMainLoop::dispatch()
@@ -125,11 +142,16 @@ size_t ymMainLoop::dispatch()
     std::vector<std::shared_ptr<Source>> sources;
     {
         std::lock_guard<std::mutex> guard(_state->sourcesLock);
-        sources = _state->sources;
+        for (const auto &watched : _state->sources)
+            sources.push_back(watched.source);
     }
-    for (const auto &source : sources) {
+    for (const auto &source : sources)
         source->dispatch();
-        _state->watch(*source, EPOLL_CTL_MOD);  // the events it waits for may have changed
+    {
+        // The descriptors and the events they wait for may have changed.
+        std::lock_guard<std::mutex> guard(_state->sourcesLock);
+        for (auto &watched : _state->sources)
+            _state->watch(watched);
     }
     return ready.size();
 }

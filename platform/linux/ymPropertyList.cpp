@@ -1,10 +1,10 @@
 #include "platform/ymPropertyList.h"
 
+#include "platform/ymFileManager.h"
+
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <mutex>
 #include <sys/stat.h>
@@ -107,11 +107,8 @@ Node parse(const std::string &bytes, bool *isBinary)
 
 Node readFile(const std::string &path, bool *isBinary)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        return nullptr;
-    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (file.bad())
+    std::string bytes;
+    if (ymFileManager::readRegularFile(path, bytes) != ymFileManager::ReadResult::read)
         return nullptr;
     return parse(bytes, isBinary);
 }
@@ -146,7 +143,7 @@ SharedNode readFileShared(const std::string &path)
     static std::mutex lock;
     static auto *cache = new std::unordered_map<std::string, CachedFile>();
     struct stat status;
-    if (stat(path.c_str(), &status) != 0)
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
     FileIdentity identity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
     {

@@ -1,10 +1,12 @@
 #include "platform/ymUserDefaults.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
+#include <thread>
 #include <unistd.h>
 
 #include "platform/ymFileManager.h"
@@ -95,20 +97,24 @@ std::optional<std::vector<std::string>> preferredLanguages()
 
 namespace {
 
-// An exclusive flock held for the object's life.
+// An exclusive flock held for the object's life. A writer that holds it only for one read and
+// one write, so a lock that stays taken for seconds belongs to a process that was stopped: the
+// wait is given up then, and the change is not made.
 class DomainLock {
 public:
     explicit DomainLock(const std::string &path)
     {
-        _fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        _fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
         if (_fd < 0)
             return;
-        while (flock(_fd, LOCK_EX) != 0) {
-            if (errno != EINTR) {
+        auto deadline = std::chrono::steady_clock::now() + kLockWaitLimit;
+        while (flock(_fd, LOCK_EX | LOCK_NB) != 0) {
+            if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > deadline) {
                 close(_fd);
                 _fd = -1;
                 return;
             }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     }
     ~DomainLock()
@@ -119,6 +125,7 @@ public:
     bool held() const { return _fd >= 0; }
 
 private:
+    static constexpr std::chrono::seconds kLockWaitLimit{10};
     int _fd = -1;
 };
 
@@ -134,11 +141,28 @@ bool updateDomain(const std::string &domain, const std::function<bool(plist_t di
     DomainLock lock(*path + ".lock");
     if (!lock.held())
         return false;
-    ymPropertyList::Node dictionary = persistentDomain(domain);
-    if (!dictionary)
+    // Only a domain that does not exist starts empty. One that cannot be read (no permission, an
+    // I/O error, no descriptor left, not a regular file) or is not a dictionary is never
+    // overwritten: what other processes stored in it would be lost.
+    std::string bytes;
+    ymPropertyList::Node dictionary;
+    switch (ymFileManager::readRegularFile(*path, bytes)) {
+    case ymFileManager::ReadResult::missing:
         dictionary.reset(plist_new_dict());
+        break;
+    case ymFileManager::ReadResult::unreadable:
+        return false;
+    case ymFileManager::ReadResult::read:
+        dictionary = ymPropertyList::parse(bytes);
+        if (!dictionary || plist_get_node_type(dictionary.get()) != PLIST_DICT)
+            return false;
+        break;
+    }
     if (!change(dictionary.get()))
         return true;
+    // Under the lock no other write of the domain is under way: a temporary file of one is the
+    // leftover of a writer that was killed.
+    ymFileManager::removeLeftoverTemporaries(*path);
     return ymFileManager::writeFile(*path, ymPropertyList::serialize(dictionary.get(), false));
 }
 

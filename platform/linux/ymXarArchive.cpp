@@ -1,12 +1,14 @@
 #include "platform/ymXarArchive.h"
 
+#include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <libxml/parser.h>
-#include <mutex>
 #include <libxml/tree.h>
+#include <mutex>
+#include <unistd.h>
 #include <zlib.h>
+
+#include "platform/ymFileManager.h"
 
 namespace {
 
@@ -63,12 +65,46 @@ void collectCertificates(xmlNodePtr node, std::vector<std::string> &certificates
 
 }  // namespace
 
+namespace {
+
+// Reads exactly `count` bytes at `offset`; false when the file is shorter or cannot be read.
+bool readAt(int fd, std::string &into, size_t count, off_t offset)
+{
+    size_t start = into.size();
+    into.resize(start + count);
+    size_t done = 0;
+    while (done < count) {
+        ssize_t got = pread(fd, into.data() + start + done, count - done, offset + static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return false;
+        done += static_cast<size_t>(got);
+    }
+    return true;
+}
+
+}  // namespace
+
 std::optional<ymXarArchive> ymXarArchive::open(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    // Only the header and the table of contents are read: an installer package may be large, and
+    // its files are not looked at.
+    int fd = ymFileManager::openRegularFile(path);
+    if (fd < 0)
         return std::nullopt;
-    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::string bytes;
+    bool read = readAt(fd, bytes, kMinimumHeaderSize, 0);
+    if (read) {
+        const auto *header = reinterpret_cast<const unsigned char *>(bytes.data());
+        uint64_t headerSize = bigEndian(header + 4, 2);
+        uint64_t compressedSize = bigEndian(header + 8, 8);
+        read = bigEndian(header, 4) == kMagic && headerSize >= kMinimumHeaderSize && compressedSize <= kMaximumTableOfContents &&
+               readAt(fd, bytes, static_cast<size_t>(headerSize - kMinimumHeaderSize + compressedSize), kMinimumHeaderSize);
+    }
+    close(fd);
+    if (!read)
+        return std::nullopt;
     return fromBytes(bytes);
 }
 

@@ -19,12 +19,13 @@ std::string makeAppBundle(const std::string &folder, const std::string &name, co
 // A child process, ended (SIGKILL) and reaped when the object goes.
 class ChildProcess {
 public:
-    // Starts the program with the arguments; standard output goes to a pipe that readLine() reads.
-    ChildProcess(const std::string &program, const std::vector<std::string> &arguments);
+    // Starts the program with the arguments; standard output (and standard error too, when
+    // `withStandardError`) goes to a pipe that readLine() reads.
+    ChildProcess(const std::string &program, const std::vector<std::string> &arguments, bool withStandardError = false);
     ~ChildProcess();
     pid_t pid() const { return _pid; }
-    // The next line of the child's output, without its newline; nothing when the child closes
-    // its output first, or after a generous limit.
+    // The next line of the child's output, without its newline, once it comes (however slowly: a
+    // child under a sanitizer is slow); nothing when the child closes its output first.
     std::optional<std::string> readLine();
     // Waits for the child to exit; answers its exit status.
     int wait();

@@ -30,12 +30,12 @@ int connectTo(const std::string &path)
     return fd;
 }
 
-int listenOn(const std::string &path)
+int listenOn(const std::string &path, int backlog)
 {
     unlink(path.c_str());
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = addressOf(path);
-    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(fd, 16) != 0) {
+    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(fd, backlog) != 0) {
         close(fd);
         return -1;
     }

@@ -8,8 +8,8 @@ namespace ymtest {
 // Connects to the path; -1 on failure.
 int connectTo(const std::string &path);
 
-// Listens on the path (removing a stale file first); -1 on failure.
-int listenOn(const std::string &path);
+// Listens on the path (removing a stale file first) with the given backlog; -1 on failure.
+int listenOn(const std::string &path, int backlog = 16);
 
 // Accepts one peer; -1 on failure.
 int acceptOne(int listeningFd);

@@ -69,10 +69,10 @@ private:
 
 // Polls `condition` until it holds or a generous limit passes; answers its last value. A limit
 // only ends a test that would otherwise hang: no test measures time with it.
-bool eventually(const std::function<bool()> &condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
+bool eventually(const std::function<bool()> &condition, std::chrono::milliseconds limit = std::chrono::seconds(90));
 
 // Runs the SDK's main loop until `condition` holds (or the same generous limit passes).
-bool runMainLoopUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
+bool runMainLoopUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit = std::chrono::seconds(90));
 
 std::string readFile(const std::string &path);
 void writeFile(const std::string &path, const std::string &content);

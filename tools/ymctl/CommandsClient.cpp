@@ -64,31 +64,19 @@ ymSdkImplement *facadeWith(const std::shared_ptr<Receiver> &receiver)
 
 std::chrono::milliseconds secondsOption(Arguments &arguments, const char *name, long long fallback)
 {
-    long long seconds = arguments.number(name).value_or(fallback);
-    if (seconds < 0)
-        throw UsageError(std::string(name) + " must not be negative");
-    return std::chrono::milliseconds(seconds * 1000);
+    return std::chrono::seconds(arguments.number(name, kSeconds).value_or(fallback));
 }
 
-// The status of a command, with the error text when it was refused.
+// The status of a command; a refusal carries its error text, in JSON too.
 void showStatus(Output &output, int32_t status)
 {
     ymAPIErrorMgr::sharedInstance()->setErrorCode(status);
     std::string text = ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr();
-    std::string shown = status == 0 ? "0 (sent)" : std::to_string(status) + (text.empty() ? "" : " " + text);
     if (status == 8)
-        shown = "8 (no transport to send with)";
-    output.field("status", status, "status", shown);
-}
-
-// A USB identifier as given: a number when it reads as one, the text otherwise.
-nlohmann::json identifier(const std::string &text)
-{
-    char *end = nullptr;
-    long long value = std::strtoll(text.c_str(), &end, 0);
-    if (!text.empty() && *end == '\0')
-        return value;
-    return text;
+        text = "no transport to send with";
+    output.field("status", status, "status", status == 0 ? "0 (sent)" : std::to_string(status));
+    if (status != 0)
+        output.field("error", text, "error");
 }
 
 // NAME:INDEX; the index is what follows the last colon.
@@ -96,7 +84,7 @@ std::pair<std::string, std::string> deviceOf(const std::string &text)
 {
     size_t colon = text.rfind(':');
     if (colon == std::string::npos || colon == 0 || colon + 1 == text.size())
-        throw UsageError("a device is NAME:INDEX, not \"" + text + "\"");
+        throw UsageError("--device takes NAME:INDEX, not \"" + text + "\"");
     return {text.substr(0, colon), text.substr(colon + 1)};
 }
 
@@ -185,19 +173,20 @@ int runAudio(Arguments &arguments, Output &output)
 {
     std::optional<std::string> name = arguments.option("--name");
     std::optional<std::string> index = arguments.option("--index");
-    long long vid = arguments.number("--vid").value_or(0);
-    long long pid = arguments.number("--pid").value_or(0);
-    std::optional<long long> wait = arguments.number("--wait");
-    std::string command = arguments.positional("audio command");
+    long long vid = arguments.number("--vid", kUsbIdentifier).value_or(0);
+    long long pid = arguments.number("--pid", kUsbIdentifier).value_or(0);
+    std::optional<long long> wait = arguments.number("--wait", kSeconds);
+    std::string command = arguments.positional("the audio command (" + std::string(kAudioCommand.accepted) + ")");
+    int32_t audioCmd = static_cast<int32_t>(parseNumber(command, "the audio command", kAudioCommand));
     arguments.finish();
     if (!name || !index)
-        throw UsageError("--name and --index are required");
+        throw UsageError("--name NAME and --index INDEX are required");
     auto receiver = std::make_shared<Receiver>(output);
     ymSdkImplement *sdk = facadeWith(receiver);
     if (wait)
         sdk->addToDeviceArray(name, index);  // so that the device's event is delivered here
     YMAudioDevice_s device{index, name, static_cast<uint32_t>(vid), static_cast<uint32_t>(pid)};
-    int32_t status = sdk->SetAudioCmd(static_cast<int32_t>(parseNumber(command, "the audio command")), device);
+    int32_t status = sdk->SetAudioCmd(audioCmd, device);
     showStatus(output, status);
     output.flush();
     if (status != 0 || !wait)
@@ -215,12 +204,12 @@ int runRegister(Arguments &arguments, Output &output)
 {
     std::optional<std::string> name = arguments.option("--name");
     std::optional<std::string> index = arguments.option("--index");
-    std::optional<std::string> vid = arguments.option("--vid");
-    std::optional<std::string> pid = arguments.option("--pid");
+    std::optional<long long> vid = arguments.number("--vid", kUsbIdentifier);
+    std::optional<long long> pid = arguments.number("--pid", kUsbIdentifier);
     arguments.finish();
     if (!name || !index || !vid || !pid)
-        throw UsageError("--name, --index, --vid and --pid are required");
-    bool registered = ymSdkImplement::SharedInstance()->RegisterAudioDevice(name, index, identifier(*vid), identifier(*pid));
+        throw UsageError("--name NAME, --index INDEX, --vid V and --pid P are required");
+    bool registered = ymSdkImplement::SharedInstance()->RegisterAudioDevice(name, index, *vid, *pid);
     output.field("registered", registered, "registered");
     output.flush();
     return registered ? 0 : kExitNo;
@@ -250,7 +239,7 @@ int runCleanup(Arguments &arguments, Output &output)
     std::vector<std::string> named = arguments.options("--device");
     arguments.finish();
     if (!all && named.empty())
-        throw UsageError("name the devices with --device NAME:INDEX, or give --all");
+        throw UsageError("cleanup takes --device NAME:INDEX (as often as needed) or --all");
     ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
     std::vector<nlohmann::json> before = sharedDevices();
     // Clean-up releases the devices of this process: those named are made this process's first.
@@ -274,7 +263,7 @@ void stopListening(int) { ymMainLoop::shared().stop(); }
 
 int runListen(Arguments &arguments, Output &output)
 {
-    std::optional<long long> seconds = arguments.number("--seconds");
+    std::optional<long long> seconds = arguments.number("--seconds", kSeconds);
     std::vector<std::string> named = arguments.options("--device");
     bool allDevices = arguments.flag("--all-devices");
     arguments.finish();

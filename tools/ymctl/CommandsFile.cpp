@@ -15,7 +15,7 @@ int answer(Output &output, const char *key, BOOL value)
 
 int runFile(Arguments &arguments, Output &output)
 {
-    std::string action = arguments.positional("a file action");
+    std::string action = arguments.positional("a file action: exists, is-dir, delete, mkdir, list, size, version, move or create");
     if (action == "exists" || action == "is-dir" || action == "delete" || action == "mkdir") {
         std::string path = arguments.positional("a path");
         arguments.finish();
@@ -75,5 +75,5 @@ int runFile(Arguments &arguments, Output &output)
         arguments.finish();
         return answer(output, "created", ymCreateFile(path.c_str(), content ? content->c_str() : nullptr));
     }
-    throw UsageError("unknown file action \"" + action + "\"");
+    throw UsageError("unknown file action \"" + action + "\": exists, is-dir, delete, mkdir, list, size, version, move or create");
 }

@@ -40,7 +40,8 @@ const std::vector<CommandInfo> commands = {
 
 void printHelp(FILE *stream)
 {
-    std::fprintf(stream, "usage: ymctl [--json] COMMAND [ARGUMENTS]   (ymctl COMMAND --help for one command)\n\n");
+    std::fprintf(stream, "usage: ymctl [--json] COMMAND [ARGUMENTS]   (ymctl COMMAND --help for one command)\n"
+                         "       ymctl --version\n\n");
     for (const CommandInfo &command : commands)
         std::fprintf(stream, "  %-16s %s\n", command.name, command.summary);
     std::fprintf(stream, "\nExit status: 0 success; the SDK's code when a command is refused (2, 5, 6, 8);\n"
@@ -62,24 +63,32 @@ int main(int argc, char **argv)
     Arguments arguments(words);
     bool json = arguments.flag("--json");
     bool help = arguments.flag("--help") || arguments.flag("-h");
+    if (arguments.flag("--version")) {
+        std::printf("ymctl %s (YumoClientSdk %.1f)\n", YMSDK_VERSION, YumoClientSdkVersionNumber);
+        return 0;
+    }
     std::optional<std::string> name = arguments.optionalPositional();
     if (!name) {
-        printHelp(help ? stdout : stderr);
-        return help ? 0 : kExitUsage;
+        if (help) {
+            printHelp(stdout);
+            return 0;
+        }
+        std::fprintf(stderr, "ymctl: say which command to run (ymctl --help lists them)\n");
+        return kExitUsage;
     }
     const CommandInfo *command = nullptr;
     for (const CommandInfo &candidate : commands)
         if (*name == candidate.name)
             command = &candidate;
     if (!command) {
-        std::fprintf(stderr, "ymctl: unknown command \"%s\"\n\n", name->c_str());
-        printHelp(stderr);
+        std::fprintf(stderr, "ymctl: unknown command \"%s\" (ymctl --help lists the commands)\n", name->c_str());
         return kExitUsage;
     }
     if (help) {
         printCommandHelp(stdout, *command);
         return 0;
     }
+    arguments.setCommand(command->name);
 
     int saved = dup(STDERR_FILENO);
     if (saved >= 0)
@@ -92,7 +101,6 @@ int main(int argc, char **argv)
         return command->run(arguments, output);
     } catch (const UsageError &error) {
         std::fprintf(terminal, "ymctl %s: %s\n", command->name, error.what());
-        printCommandHelp(terminal, *command);
         return kExitUsage;
     }
 }

@@ -1,4 +1,4 @@
-// ymsim: the meeting client and its host process, simulated.
+// ymsim: the meeting client and its host process, simulated (ymsim --help tells every option).
 //
 //   ymsim install --version V [--dir D]
 //       makes D/yumoapp.app (D defaults to $HOME/Applications): an Info.plist with the meeting
@@ -7,11 +7,10 @@
 //   <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet] [--no-audio-events]
 //       plays the meeting client and the host process: listens on both sockets of the group
 //       container and observes the notification names they observe; answers every presence
-//       request with "result" R (default "1:OK") and "PresenceStatus" N (default 1), and turns
-//       every audio command into an audio event for the same device, each on the transport the
-//       request came by. Prints "ready" when serving and a line per message received (unless
-//       --quiet); runs until killed, for S seconds, or until its group container is removed.
-//       --no-audio-events takes audio commands without answering them. An audio command for the
+//       request with "result" R and "PresenceStatus" N, and turns every audio command into an
+//       audio event for the same device, each on the transport the request came by. Prints
+//       "ready" when serving and a line per message received (unless --quiet); runs until
+//       killed, for S seconds, or until its group container is removed. An audio command for the
 //       device "ymsim-report" prints "received N", the number of messages received before it.
 #include <YumoClientSdk/YumoClientSdk.h>
 #include <atomic>
@@ -25,55 +24,26 @@
 #include <unistd.h>
 
 #include "MessageStream.h"
+#include "Options.h"
 #include "platform/ymBundle.h"
 #include "platform/ymNotificationCenter.h"
 #include "platform/ymPropertyList.h"
 
 namespace {
 
-struct Options {
-    std::string result = "1:OK";
-    int presence = 1;
-    int seconds = -1;
-    bool quiet = false;
-    bool audioEvents = true;
-};
-
 // An audio command for this device makes the simulator print how many messages it has received
 // (the benchmark's way of asking without stopping it).
 const char *const kReportDevice = "ymsim-report";
 
-Options options;
+ServeOptions options;
 std::atomic<long> receivedCount{0};
-
-void usage()
-{
-    std::fprintf(stderr, "usage: ymsim install --version V [--dir D]\n"
-                         "       <bundle>/Contents/MacOS/yumoapp [--result R] [--presence N] [--seconds S] [--quiet]\n"
-                         "                                       [--no-audio-events]\n");
-}
 
 // ---- install ----
 
-int install(int argc, char **argv)
+int install(const InstallOptions &install)
 {
-    std::string version;
-    const char *home = std::getenv("HOME");
-    std::string folder = std::string(home ? home : "") + "/Applications";
-    for (int i = 2; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--version") && i + 1 < argc)
-            version = argv[++i];
-        else if (!std::strcmp(argv[i], "--dir") && i + 1 < argc)
-            folder = argv[++i];
-        else {
-            usage();
-            return 64;
-        }
-    }
-    if (version.empty()) {
-        usage();
-        return 64;
-    }
+    const std::string &version = install.version;
+    const std::string &folder = install.folder;
     std::string bundle = folder + "/" + kYumoClientAppName;
     std::error_code error;
     std::filesystem::create_directories(bundle + "/Contents/MacOS", error);
@@ -172,8 +142,13 @@ public:
     int32_t onMessageRecieved(const std::optional<std::string> &text) override
     {
         // Messages that arrived together come as one text; a message cut short is completed by
-        // the next text.
-        std::string gathered = _unfinished + text.value_or("");
+        // the next text. A text that begins a new message (the rest of a cut one never begins
+        // with "{") leaves behind what was left unfinished.
+        std::string received = text.value_or("");
+        size_t first = received.find_first_not_of(" \t\r\n");
+        if (first != std::string::npos && received[first] == '{')
+            _unfinished.clear();
+        std::string gathered = _unfinished + received;
         for (const std::string &message : splitMessages(gathered, &_unfinished))
             handle("socket " + _name, message, [this](const std::string &answer) { _channel->sendMessage(answer); });
         return 0;
@@ -199,24 +174,9 @@ void observe(const char *listenName, const char *answerName, const std::string &
         });
 }
 
-int serve(int argc, char **argv)
+int serve(const ServeOptions &served)
 {
-    for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--result") && i + 1 < argc)
-            options.result = argv[++i];
-        else if (!std::strcmp(argv[i], "--presence") && i + 1 < argc)
-            options.presence = std::atoi(argv[++i]);
-        else if (!std::strcmp(argv[i], "--seconds") && i + 1 < argc)
-            options.seconds = std::atoi(argv[++i]);
-        else if (!std::strcmp(argv[i], "--quiet"))
-            options.quiet = true;
-        else if (!std::strcmp(argv[i], "--no-audio-events"))
-            options.audioEvents = false;
-        else {
-            usage();
-            return 64;
-        }
-    }
+    options = served;
     std::optional<std::string> container = YMSocketIPCHelper_SDK::groupContainerDir();
     if (!container) {
         std::fprintf(stderr, "ymsim: no group container (is $HOME set?)\n");
@@ -277,10 +237,22 @@ bool runsFromABundle()
 
 int main(int argc, char **argv)
 {
-    if (argc >= 2 && !std::strcmp(argv[1], "install"))
-        return install(argc, argv);
-    if (runsFromABundle())
-        return serve(argc, argv);
-    usage();
-    return 64;
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (asksForHelp(arguments)) {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
+    try {
+        if (!arguments.empty() && arguments[0] == "install") {
+            const char *home = std::getenv("HOME");
+            return install(parseInstallOptions(std::vector<std::string>(arguments.begin() + 1, arguments.end()), home ? home : ""));
+        }
+        if (runsFromABundle())
+            return serve(parseServeOptions(arguments));
+        throw UsageError(arguments.empty() ? "say what to do: ymsim install --version VERSION, then run the copy in the bundle"
+                                           : "unknown command \"" + arguments[0] + "\": ymsim install, or the copy in the bundle");
+    } catch (const UsageError &error) {
+        std::fprintf(stderr, "ymsim: %s\n", error.what());
+        return 64;
+    }
 }
