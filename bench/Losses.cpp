@@ -1,6 +1,7 @@
 #include "Losses.h"
 
 #include <YumoClientSdk/YumoClientSdk.h>
+#include <nlohmann/json.hpp>
 #include <atomic>
 #include <cstdio>
 #include <cstring>

@@ -3,6 +3,7 @@
 //
 //   scripts/run-bench.sh [--quick]        (prints a table, writes build/bench-results.json)
 #include <YumoClientSdk/YumoClientSdk.h>
+#include <nlohmann/json.hpp>
 #include <algorithm>
 #include <csignal>
 #include <cstdio>

@@ -15,6 +15,7 @@
 #include "foundation/ymLog.h"
 #include "platform/ymThreadLocal.h"
 #include "foundation/ymTextRules.h"
+#include "foundation/ymValueJSON.h"
 
 namespace {
 
@@ -50,17 +51,12 @@ namespace {
 // same and log the same.
 enum class Candidate { registered, system, ownCopy, userApplications };
 
-}  // namespace
-
-struct ymAppHelper::Lookup {
+struct Lookup {
     Candidate candidate = Candidate::userApplications;
     std::string path;
     std::string thirdPath;
     bool fourthExists = false;
 };
-
-namespace {
-using Lookup = ymAppHelper::Lookup;
 
 struct LookupMemo {
     int depth = 0;
@@ -95,6 +91,8 @@ void replay(const Lookup &lookup)
     }
 }
 
+Lookup lookUpClient(ymAppHelper &helper);
+
 }  // namespace
 
 ymClientLookupScope::ymClientLookupScope()
@@ -117,27 +115,29 @@ std::string ymAppHelper::getYumoClientInstallPath()
         replay(*current->lookup);
         return current->lookup->path;
     }
-    Lookup lookup = lookUpClient();
+    Lookup lookup = lookUpClient(*this);
     if (current && current->depth > 0)
         current->lookup = lookup;
     return lookup.path;
 }
 
-ymAppHelper::Lookup ymAppHelper::lookUpClient()
+namespace {
+
+Lookup lookUpClient(ymAppHelper &helper)
 {
     // The path the meeting client registered in its defaults domain.
-    ymPropertyList::SharedNode domain = ymUserDefaults::sharedDomain(getYumoappIdentifier());
+    ymPropertyList::SharedNode domain = ymUserDefaults::sharedDomain(helper.getYumoappIdentifier());
     if (domain) {
         plist_t installPath = plist_dict_get_item(domain.get(), "installPath");
         if (installPath && plist_get_node_type(installPath) == PLIST_STRING) {
             std::optional<std::string> path = ymPropertyList::textOf(installPath);
-            if (IsAppExist(path))
+            if (helper.IsAppExist(path))
                 return {Candidate::registered, *path, "", false};
         }
     }
 
-    std::string systemPath = getYumoappAppPath();
-    if (IsAppExist(systemPath))
+    std::string systemPath = helper.getYumoappAppPath();
+    if (helper.IsAppExist(systemPath))
         return {Candidate::system, systemPath, "", false};
 
     // Inside Outlook's sandbox "~" is Outlook's container; the client's own copy lives in the
@@ -145,16 +145,18 @@ ymAppHelper::Lookup ymAppHelper::lookUpClient()
     std::string thirdPath = ymText::replacingOccurrences(ymText::standardizingPath(textOf(kYumoappUserAppLaunchPath)),
                                                          "Containers/com.microsoft.Outlook/Data/Library/", "");
     logThirdCandidate(thirdPath);
-    if (IsAppExist(thirdPath))
+    if (helper.IsAppExist(thirdPath))
         return {Candidate::ownCopy, thirdPath, thirdPath, false};
     logThirdFailed(thirdPath);
 
     std::string fourthPath =
-        ymText::replacingOccurrences(getYumoappUserAppPath(), "Library/Containers/com.microsoft.Outlook/Data/", "");
-    bool exists = IsAppExist(fourthPath);
+        ymText::replacingOccurrences(helper.getYumoappUserAppPath(), "Library/Containers/com.microsoft.Outlook/Data/", "");
+    bool exists = helper.IsAppExist(fourthPath);
     logFourth(fourthPath, exists);
     return {Candidate::userApplications, fourthPath, thirdPath, exists};
 }
+
+}  // namespace
 
 bool ymAppHelper::IsAppExist(const std::optional<std::string> &path)
 {
@@ -294,10 +296,10 @@ std::optional<std::string> ymAppHelper::OutlookVersion()
     std::optional<std::string> bundle = ymWorkspace::absolutePathForAppBundleWithIdentifier(textOf(keyOutlookIdentifier));
     // Without Outlook the path prints "(null)" and names no file.
     std::string infoPath = std::string(ymlog::describe(bundle)) + "/Contents/Info.plist";
-    std::optional<nlohmann::json> value = objectForPropertyListKey(std::string("CFBundleShortVersionString"), infoPath);
+    std::optional<ymValue> value = objectForPropertyListKey(std::string("CFBundleShortVersionString"), infoPath);
     std::optional<std::string> version;
-    if (value && value->is_string())
-        version = value->get<std::string>();
+    if (value && value->isText())
+        version = value->text();
     if (version && !version->empty())
         return version;
     YM_LOG("%s: bundlePath [%s], shortVersion [%s]", "-[ymAppHelper OutlookVersion]", ymlog::describe(bundle),
@@ -321,8 +323,8 @@ bool ymAppHelper::isSupportedOutlookVersion()
     return patch > 3;
 }
 
-std::optional<nlohmann::json> ymAppHelper::objectForPropertyListKey(const std::optional<std::string> &key,
-                                                                     const std::optional<std::string> &filePath)
+std::optional<ymValue> ymAppHelper::objectForPropertyListKey(const std::optional<std::string> &key,
+                                                             const std::optional<std::string> &filePath)
 {
     if (!key || !filePath)
         return std::nullopt;
@@ -332,7 +334,7 @@ std::optional<nlohmann::json> ymAppHelper::objectForPropertyListKey(const std::o
     plist_t value = plist_dict_get_item(root.get(), key->c_str());
     if (!value)
         return std::nullopt;
-    return ymPropertyList::toJSON(value);
+    return ymValueJSON::fromJSON(ymPropertyList::toJSON(value));
 }
 
 bool ymAppHelper::launchOutlookApp() { return launchApplicationWithBundleIdentifier(textOf(keyOutlookIdentifier)); }

@@ -1,5 +1,5 @@
-// A minimal companion: registers its headset, asks for the presence status, sends an audio
-// command, and prints the answers as they arrive on the main loop.
+// A companion on the SDK's own loop: registers its headset, asks for the presence status, sends an
+// audio command, and prints the answers as they arrive. Exits 0 once both answers came.
 #include <YumoClientSdk/YumoClientSdk.h>
 #include <cstdio>
 
@@ -30,12 +30,13 @@ int main()
 
     int32_t status = sdk->GetIMPresenceStatus();
     std::printf("GetIMPresenceStatus: %d %s\n", status, ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr().c_str());
-    if (status == 0)
+    if (status == ymCommandStatusSent)
         status = sdk->SetAudioCmd(5, YMAudioDevice_s{"1", "Headset", 2830, 3});
     std::printf("SetAudioCmd: %d\n", status);
-    if (status == 0)
+    // The answers come on the loop this thread runs.
+    if (status == ymCommandStatusSent)
         ymMainLoop::shared().runUntil([&] { return companion->presenceAnswered && companion->audioAnswered; },
                                       std::chrono::seconds(5));
     sdk->CleanupAudioDevices();
-    return status == 0 && companion->presenceAnswered && companion->audioAnswered ? 0 : 1;
+    return status == ymCommandStatusSent && companion->presenceAnswered && companion->audioAnswered ? 0 : 1;
 }

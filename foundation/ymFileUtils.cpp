@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/ymPropertyList.h"
-#include "platform/ymThreadLocal.h"
+#include "foundation/ymAnswerStorage.h"
 #include "platform/ymFileManager.h"
 
 BOOL ymIsFileExist(const char *path)
@@ -32,19 +32,14 @@ BOOL ymDeleteFile(const char *path)
 
 namespace {
 
-// What the functions answer lives on in the calling thread's storage until its next call; a call
-// made while the thread ends, after that storage is gone, gets storage of its own that is kept.
-template <typename T>
-T &answerStorage()
-{
-    if (T *kept = ymThreadLocalInstance<T>())
-        return *kept;
-    return *new T();
-}
-
+// What the functions answer (see ymAnswerStorage), one type each.
 struct DirectoryListing {
     std::vector<std::string> names;
     std::vector<const char *> list;
+};
+
+struct FileVersion {
+    std::string text;
 };
 
 }  // namespace
@@ -56,7 +51,7 @@ const char *const *ymGetDirectoryItems(const char *path)
     std::optional<std::vector<std::string>> entries = ymFileManager::contentsOfDirectory(path);
     if (!entries)
         return nullptr;
-    DirectoryListing &listing = answerStorage<DirectoryListing>();
+    DirectoryListing &listing = ymAnswerStorage<DirectoryListing>();
     listing.names = std::move(*entries);
     listing.list.clear();
     for (const std::string &name : listing.names)
@@ -83,7 +78,7 @@ BOOL ymMoveFile(const char *sourcePath, const char *destinationPath)
 
 const char *ymGetFileVersion(const char *bundlePath)
 {
-    std::string &version = answerStorage<std::string>();
+    std::string &version = ymAnswerStorage<FileVersion>().text;
     version.clear();
     if (!bundlePath)
         return version.c_str();

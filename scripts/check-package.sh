@@ -11,12 +11,12 @@ echo "installed $package"
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/ymexample-XXXXXX")
 trap 'rm -rf "$work"' EXIT INT TERM
-cp examples/companion.cpp examples/CMakeLists.txt examples/Makefile "$work/"
+cp examples/*.cpp examples/*.c examples/CMakeLists.txt examples/Makefile "$work/"
 cmake -S "$work" -B "$work/cmake-build" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
-echo "built with find_package: $work/cmake-build/companion"
-make -s -C "$work" companion >/dev/null
-echo "built with pkg-config:   $work/companion"
+echo "built with find_package: $work/cmake-build/{companion,poll_loop,glib_loop,c_companion}"
+make -s -C "$work" all >/dev/null
+echo "built with pkg-config:   $work/{companion,poll_loop,glib_loop,c_companion}"
 
 export HOME="$work/home"
 mkdir -p "$HOME"
@@ -27,7 +27,8 @@ set -eu
 simulator=$!
 trap 'kill $simulator' EXIT
 ymctl status >/dev/null || true
-for companion in "$1/cmake-build/companion" "$1/companion"; do
+for companion in "$1"/cmake-build/companion "$1"/cmake-build/poll_loop "$1"/cmake-build/glib_loop \
+    "$1"/cmake-build/c_companion "$1"/companion "$1"/poll_loop "$1"/glib_loop "$1"/c_companion; do
     echo "running $companion"
     "$companion"
 done

@@ -2,6 +2,15 @@
 #include <YumoClientSdk/ymAppHelper.h>
 #include <YumoClientSdk/ymClientFeatureMgr.h>
 
+#include <atomic>
+
+struct ymAPIErrorMgr::Impl {
+    std::atomic<int32_t> errorCode{0};
+};
+
+ymAPIErrorMgr::ymAPIErrorMgr() : _impl(std::make_unique<Impl>()) {}
+ymAPIErrorMgr::~ymAPIErrorMgr() = default;
+
 namespace {
 enum ClientStatus : int32_t { kNotInstalled = 0, kNotRunning = 1, kRunning = 2, kVersionNotSupported = 3 };
 }
@@ -24,29 +33,29 @@ int32_t ymAPIErrorMgr::getYumoAppStatus()
 int32_t ymAPIErrorMgr::checkYumoAppError()
 {
     int32_t status = getYumoAppStatus();
-    int32_t code = 0;
+    int32_t code = ymCommandStatusSent;
     if (status == kNotRunning)
-        code = 5;
+        code = ymCommandStatusClientNotRunning;
     else if (status == kNotInstalled)
-        code = 2;
+        code = ymCommandStatusClientNotInstalled;
     else if (status == kVersionNotSupported)
-        code = 6;
+        code = ymCommandStatusClientVersionNotSupported;
     setErrorCode(code);
     return errorCode();
 }
 
 std::string ymAPIErrorMgr::to3rdClientErrorStr()
 {
-    if (errorCode() == 2)
+    if (errorCode() == ymCommandStatusClientNotInstalled)
         return "0:Error YumoClientNotInstall";
-    if (errorCode() == 6)
+    if (errorCode() == ymCommandStatusClientVersionNotSupported)
         return "0:Error YumoClientNoSupportedVersion";
-    if (errorCode() == 5)
+    if (errorCode() == ymCommandStatusClientNotRunning)
         return "0:Error YumoClientNotRunning";
-    if (errorCode() == 7)
+    if (errorCode() == ymCommandStatusNotSignedIn)
         return "0:Error YumoClientNotSignIn";
     return "";
 }
 
-int32_t ymAPIErrorMgr::errorCode() const { return _errorCode.load(); }
-void ymAPIErrorMgr::setErrorCode(int32_t errorCode) { _errorCode.store(errorCode); }
+int32_t ymAPIErrorMgr::errorCode() const { return _impl->errorCode.load(); }
+void ymAPIErrorMgr::setErrorCode(int32_t errorCode) { _impl->errorCode.store(errorCode); }

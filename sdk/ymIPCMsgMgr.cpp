@@ -1,66 +1,78 @@
 #include <YumoClientSdk/ymIPCMsgDefine.h>
 #include <YumoClientSdk/ymIPCMsgMgr.h>
 
-#include "platform/ymNotificationCenter.h"
 #include "foundation/ymLog.h"
-#include "sdk/ymNotificationDescription.h"
 #include "foundation/ymWeakReference.h"
+#include "platform/ymNotificationCenter.h"
+#include "sdk/ymNotificationDescription.h"
 
-struct ymIPCMsgMgr::DelegateReference : ymWeakReference<YMSocketIPCChannelDelegate> {};
+struct ymIPCMsgMgr::Impl {
+    ymWeakReference<YMSocketIPCChannelDelegate> delegate;
+    uint64_t clientObservation = 0;
+    uint64_t hostObservation = 0;
+
+    static void post(const char *name, const std::optional<std::string> &message);
+};
 
 namespace {
+
 std::string nameOf(const char *variable) { return variable ? variable : ""; }
+
+// The user information as it arrived, as a dictionary of texts.
+ymValue dictionaryOf(const ymNotificationCenter::UserInfo &userInfo)
+{
+    ymValue::Members members;
+    for (const auto &[key, value] : userInfo)
+        members.emplace_back(key, ymValue(value));
+    return ymValue::dictionary(std::move(members));
+}
+
 }  // namespace
 
 std::shared_ptr<ymIPCMsgMgr> ymIPCMsgMgr::create()
 {
     std::shared_ptr<ymIPCMsgMgr> manager(new ymIPCMsgMgr());
-    manager->observe();
+    // The observers hold the manager weakly: a manager that is gone simply stops hearing.
+    std::weak_ptr<ymIPCMsgMgr> weakManager = manager;
+    auto handler = [weakManager](const std::string &, const ymNotificationCenter::UserInfo &userInfo) {
+        if (std::shared_ptr<ymIPCMsgMgr> self = weakManager.lock())
+            self->onYumoClientMessageResponse(dictionaryOf(userInfo));
+    };
+    ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
+    manager->_impl->clientObservation = center.addObserver(nameOf(NOTIFY_IPC_YUMOCLIENT_TO_YUMOSDK), handler);
+    manager->_impl->hostObservation = center.addObserver(nameOf(NOTIFY_IPC_YYHOST_TO_YUMOSDK), handler);
     return manager;
 }
 
-ymIPCMsgMgr::ymIPCMsgMgr() : _delegate(std::make_unique<DelegateReference>())
+ymIPCMsgMgr::ymIPCMsgMgr() : _impl(std::make_unique<Impl>())
 {
     YM_LOG("%s.", "-[ymIPCMsgMgr init]");
-}
-
-void ymIPCMsgMgr::observe()
-{
-    // The observers hold the manager weakly: a manager that is gone simply stops hearing.
-    std::weak_ptr<ymIPCMsgMgr> weakSelf = weak_from_this();
-    auto handler = [weakSelf](const std::string &, const ymNotificationCenter::UserInfo &userInfo) {
-        if (std::shared_ptr<ymIPCMsgMgr> self = weakSelf.lock())
-            self->onYumoClientMessageResponse(userInfo);
-    };
-    ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
-    _clientObservation = center.addObserver(nameOf(NOTIFY_IPC_YUMOCLIENT_TO_YUMOSDK), handler);
-    _hostObservation = center.addObserver(nameOf(NOTIFY_IPC_YYHOST_TO_YUMOSDK), handler);
 }
 
 ymIPCMsgMgr::~ymIPCMsgMgr()
 {
     YM_LOG("%s.", "-[ymIPCMsgMgr dealloc]");
     ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
-    center.removeObserver(_clientObservation);
-    center.removeObserver(_hostObservation);
+    center.removeObserver(_impl->clientObservation);
+    center.removeObserver(_impl->hostObservation);
 }
 
 void ymIPCMsgMgr::cleanup() {}
 
-void ymIPCMsgMgr::onYumoClientMessageResponse(const std::optional<std::map<std::string, std::string>> &userInfo)
+void ymIPCMsgMgr::onYumoClientMessageResponse(const std::optional<ymValue> &userInfo)
 {
     YM_LOG(">> %s: dict = %s", "-[ymIPCMsgMgr onYumoClientMessageResponse:]",
            ymNotificationDescription::describe(userInfo).c_str());
     if (!userInfo || !IPCMsg_CONTENT)
         return;
-    auto content = userInfo->find(IPCMsg_CONTENT);
-    if (content == userInfo->end())
+    const ymValue *content = userInfo->find(IPCMsg_CONTENT);
+    if (!content)
         return;
     if (std::shared_ptr<YMSocketIPCChannelDelegate> receiver = delegate())
-        receiver->onMessageRecieved(content->second);
+        receiver->onMessageRecieved(content->isText() ? std::optional<std::string>(content->text()) : std::nullopt);
 }
 
-void ymIPCMsgMgr::post(const char *name, const std::optional<std::string> &message)
+void ymIPCMsgMgr::Impl::post(const char *name, const std::optional<std::string> &message)
 {
     std::optional<ymNotificationCenter::UserInfo> userInfo = ymNotificationCenter::UserInfo();
     if (message && IPCMsg_CONTENT)
@@ -70,15 +82,15 @@ void ymIPCMsgMgr::post(const char *name, const std::optional<std::string> &messa
 
 void ymIPCMsgMgr::sendIPCMessageToYumoClient(const std::optional<std::string> &message)
 {
-    post(NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT, message);
+    Impl::post(NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT, message);
     YM_LOG("<< %s: content=%s", "-[ymIPCMsgMgr sendIPCMessageToYumoClient:]", ymlog::describe(message));
 }
 
 void ymIPCMsgMgr::sendIPCMessageToYyhost(const std::optional<std::string> &message)
 {
-    post(NOTIFY_IPC_YUMOSDK_TO_YYHOST, message);
+    Impl::post(NOTIFY_IPC_YUMOSDK_TO_YYHOST, message);
     YM_LOG("<< %s: content=%s", "-[ymIPCMsgMgr sendIPCMessageToYyhost:]", ymlog::describe(message));
 }
 
-std::shared_ptr<YMSocketIPCChannelDelegate> ymIPCMsgMgr::delegate() const { return _delegate->get(); }
-void ymIPCMsgMgr::setDelegate(const std::weak_ptr<YMSocketIPCChannelDelegate> &delegate) { _delegate->set(delegate); }
+std::shared_ptr<YMSocketIPCChannelDelegate> ymIPCMsgMgr::delegate() const { return _impl->delegate.get(); }
+void ymIPCMsgMgr::setDelegate(const std::weak_ptr<YMSocketIPCChannelDelegate> &delegate) { _impl->delegate.set(delegate); }

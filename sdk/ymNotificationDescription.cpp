@@ -29,13 +29,23 @@ std::string quotedIfNeeded(const std::string &text)
 
 }  // namespace
 
-std::string describe(const std::optional<std::map<std::string, std::string>> &userInfo)
+std::string describe(const std::optional<ymValue> &userInfo)
 {
     if (!userInfo)
         return "(null)";
     std::string text = "{\n";
-    for (const auto &[key, value] : *userInfo)
-        text += "    " + quotedIfNeeded(key) + " = " + quotedIfNeeded(value) + ";\n";
+    for (const auto &[key, value] : userInfo->members()) {
+        std::string shown;
+        if (value.isText())
+            shown = quotedIfNeeded(value.text());
+        else if (value.type() == ymValue::Type::real)
+            shown = std::to_string(value.realValue());
+        else if (value.isNumber() || value.type() == ymValue::Type::boolean)
+            shown = std::to_string(value.integerValue());
+        else
+            shown = "(null)";
+        text += "    " + quotedIfNeeded(key) + " = " + shown + ";\n";
+    }
     return text + "}";
 }
 

@@ -9,12 +9,14 @@
 // backslashes and line breaks escaped. Missing user information prints "(null)".
 #pragma once
 
-#include <map>
+#include <YumoClientSdk/ymValue.h>
 #include <optional>
 #include <string>
 
 namespace ymNotificationDescription {
 
-std::string describe(const std::optional<std::map<std::string, std::string>> &userInfo);
+// A dictionary's members as shown above; a value that is not a text is shown as a number, a
+// Boolean (1 or 0) or "(null)"; user information that is no dictionary shows as an empty one.
+std::string describe(const std::optional<ymValue> &userInfo);
 
 }  // namespace ymNotificationDescription

@@ -5,13 +5,39 @@
 #include <YumoClientSdk/ymLogHelper.h>
 #include <YumoClientSdk/ymSdkImplement.h>
 
+#include <atomic>
+#include <mutex>
+#include <vector>
+
 #include "common/ymClientLookupScope.h"
+#include "foundation/ymLog.h"
+#include "foundation/ymValueJSON.h"
+#include "foundation/ymWeakReference.h"
 #include "sdk/ymAudioDeviceStore.h"
 #include "sdk/ymIPCMessage.h"
-#include "foundation/ymLog.h"
-#include "foundation/ymWeakReference.h"
 
-struct ymSdkImplement::DelegateReference : ymWeakReference<ymSdkDelegate> {};
+struct ymSdkImplement::Impl {
+    struct DeviceEntry {
+        std::optional<std::string> deviceName;
+        std::optional<std::string> deviceIndex;
+    };
+    enum class Peer { meetingClient, host };
+
+    /// The in-memory registry: written on the callers' threads, read on the main loop's.
+    std::vector<DeviceEntry> devicesArray;
+    std::mutex devicesLock;
+    ymWeakReference<ymSdkDelegate> delegate;
+    std::atomic<int64_t> features{0};
+    /// Replaced only by the setters; read by commands on any thread.
+    mutable std::mutex propertiesLock;
+    std::shared_ptr<YMSocketIPCChannel_SDK> socketIPCChannelToYumo;
+    std::shared_ptr<YMSocketIPCChannel_SDK> socketIPCChannelToYyhost;
+    std::shared_ptr<ymIPCMsgMgr> ipcMsgMgr;
+
+    void setUp(ymSdkImplement &facade);
+    // Hands the text to the transport the installed client speaks: 0, or 8 without one.
+    int32_t sendByInstalledTransport(ymSdkImplement &facade, const std::string &message, Peer peer);
+};
 
 ymSdkImplement *ymSdkImplement::SharedInstance()
 {
@@ -23,37 +49,37 @@ ymSdkImplement *ymSdkImplement::SharedInstance()
 std::shared_ptr<ymSdkImplement> ymSdkImplement::create()
 {
     std::shared_ptr<ymSdkImplement> facade(new ymSdkImplement());
-    facade->setUp();
+    facade->_impl->setUp(*facade);
     return facade;
 }
 
-ymSdkImplement::ymSdkImplement() : _delegate(std::make_unique<DelegateReference>()) {}
+ymSdkImplement::ymSdkImplement() : _impl(std::make_unique<Impl>()) {}
 
-void ymSdkImplement::setUp()
+void ymSdkImplement::Impl::setUp(ymSdkImplement &facade)
 {
     // From here on every line of the SDK goes to the log file.
     ymLogHelper::redirectNSLog(NO);
-    setFeatures(0);
+    facade.setFeatures(0);
 
     // Both channels are opened whatever the installed client speaks; one that cannot be made
     // (no group container) stays nil.
     std::shared_ptr<YMSocketIPCChannel_SDK> toYumo =
         YMSocketIPCChannel_SDK::ipcClientWithSocketPath(YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient());
-    setSocketIPCChannelToYumo(toYumo);
+    facade.setSocketIPCChannelToYumo(toYumo);
     if (toYumo)
-        toYumo->setDelegate(this);
+        toYumo->setDelegate(&facade);
     std::shared_ptr<YMSocketIPCChannel_SDK> toYyhost =
         YMSocketIPCChannel_SDK::ipcClientWithSocketPath(YMSocketIPCHelper_SDK::ipcSocketPathForYyHost());
-    setSocketIPCChannelToYyhost(toYyhost);
+    facade.setSocketIPCChannelToYyhost(toYyhost);
     if (toYyhost)
-        toYyhost->setDelegate(this);
+        toYyhost->setDelegate(&facade);
 
     std::shared_ptr<ymIPCMsgMgr> manager = ymIPCMsgMgr::create();
-    setIpcMsgMgr(manager);
-    manager->setDelegate(weak_from_this());
+    facade.setIpcMsgMgr(manager);
+    manager->setDelegate(facade.weak_from_this());
 
-    std::lock_guard<std::mutex> guard(_devicesLock);
-    _devicesArray.clear();
+    std::lock_guard<std::mutex> guard(devicesLock);
+    devicesArray.clear();
 }
 
 ymSdkImplement::~ymSdkImplement()
@@ -92,34 +118,33 @@ int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevic
         return error;
     std::string message = ymIPCMessage::audioCommand(audioCmd, audioDevice.deviceIndex, audioDevice.deviceName,
                                                      audioDevice.usbVid, audioDevice.usbPid);
-    return sendByInstalledTransport(message, Peer::host);
+    return _impl->sendByInstalledTransport(*this, message, Impl::Peer::host);
 }
 
-int32_t ymSdkImplement::sendByInstalledTransport(const std::string &message, Peer peer)
+int32_t ymSdkImplement::Impl::sendByInstalledTransport(ymSdkImplement &facade, const std::string &message, Peer peer)
 {
     // Sockets for clients that speak them, notifications for older ones; chosen afresh each time.
     if (ymClientFeatureMgr::sharedInstance()->isYumoClientSupportNewIPC()) {
         std::shared_ptr<YMSocketIPCChannel_SDK> channel =
-            peer == Peer::meetingClient ? socketIPCChannelToYumo() : socketIPCChannelToYyhost();
+            peer == Peer::meetingClient ? facade.socketIPCChannelToYumo() : facade.socketIPCChannelToYyhost();
         if (!channel)
-            return 8;
+            return ymCommandStatusNoTransport;
         channel->sendMessage(message);
     } else {
-        std::shared_ptr<ymIPCMsgMgr> manager = ipcMsgMgr();
+        std::shared_ptr<ymIPCMsgMgr> manager = facade.ipcMsgMgr();
         if (!manager)
-            return 8;
+            return ymCommandStatusNoTransport;
         if (peer == Peer::meetingClient)
             manager->sendIPCMessageToYumoClient(message);
         else
             manager->sendIPCMessageToYyhost(message);
     }
-    return 0;
+    return ymCommandStatusSent;
 }
 
 bool ymSdkImplement::RegisterAudioDevice(const std::optional<std::string> &deviceName,
-                                         const std::optional<std::string> &deviceIndex,
-                                         const std::optional<nlohmann::json> &usbVid,
-                                         const std::optional<nlohmann::json> &usbPid)
+                                         const std::optional<std::string> &deviceIndex, const std::optional<ymValue> &usbVid,
+                                         const std::optional<ymValue> &usbPid)
 {
     if (!usbVid || !deviceName || !deviceIndex || !usbPid)
         return false;
@@ -127,38 +152,38 @@ bool ymSdkImplement::RegisterAudioDevice(const std::optional<std::string> &devic
         return false;
     // This process's list first, whatever becomes of the shared one.
     addToDeviceArray(deviceName, deviceIndex);
-    ymAudioDeviceStore::registerDevice(*deviceName, *deviceIndex, *usbVid, *usbPid);
+    ymAudioDeviceStore::registerDevice(*deviceName, *deviceIndex, ymValueJSON::toJSON(*usbVid), ymValueJSON::toJSON(*usbPid));
     return true;
 }
 
 void ymSdkImplement::addToDeviceArray(const std::optional<std::string> &deviceName,
                                       const std::optional<std::string> &deviceIndex)
 {
-    std::lock_guard<std::mutex> guard(_devicesLock);
-    for (const DeviceEntry &entry : _devicesArray) {
+    std::lock_guard<std::mutex> guard(_impl->devicesLock);
+    for (const Impl::DeviceEntry &entry : _impl->devicesArray) {
         // A missing value matches nothing, as a nil never equals a text.
         bool sameName = entry.deviceName && deviceName && *entry.deviceName == *deviceName;
         bool sameIndex = entry.deviceIndex && deviceIndex && *entry.deviceIndex == *deviceIndex;
         if (sameName && sameIndex)
             return;
     }
-    _devicesArray.push_back({deviceName, deviceIndex});
+    _impl->devicesArray.push_back({deviceName, deviceIndex});
 }
 
 void ymSdkImplement::CleanupAudioDevices()
 {
     std::vector<ymAudioDeviceStore::Device> devices;
     {
-        std::lock_guard<std::mutex> guard(_devicesLock);
-        if (_devicesArray.empty())
+        std::lock_guard<std::mutex> guard(_impl->devicesLock);
+        if (_impl->devicesArray.empty())
             return;
-        for (const DeviceEntry &entry : _devicesArray)
+        for (const Impl::DeviceEntry &entry : _impl->devicesArray)
             devices.push_back({entry.deviceName, entry.deviceIndex});
     }
     ymAudioDeviceStore::CleanupResult result = ymAudioDeviceStore::removeDevices(devices);
     if (result.nothingStored) {
-        std::lock_guard<std::mutex> guard(_devicesLock);
-        _devicesArray.clear();
+        std::lock_guard<std::mutex> guard(_impl->devicesLock);
+        _impl->devicesArray.clear();
         return;
     }
     // The releases go out once the shared list is written; those that cannot be sent are lost.
@@ -177,7 +202,7 @@ int32_t ymSdkImplement::GetIMPresenceStatus()
     int32_t error = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
     if (error != 0)
         return error;
-    return sendByInstalledTransport(ymIPCMessage::presenceRequest(), Peer::meetingClient);
+    return _impl->sendByInstalledTransport(*this, ymIPCMessage::presenceRequest(), Impl::Peer::meetingClient);
 }
 
 bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &deviceName,
@@ -187,8 +212,8 @@ bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &device
         return false;
     bool registered = false;
     {
-        std::lock_guard<std::mutex> guard(_devicesLock);
-        for (const DeviceEntry &entry : _devicesArray) {
+        std::lock_guard<std::mutex> guard(_impl->devicesLock);
+        for (const Impl::DeviceEntry &entry : _impl->devicesArray) {
             if (entry.deviceName == deviceName && entry.deviceIndex == deviceIndex) {
                 registered = true;
                 break;
@@ -235,10 +260,10 @@ int32_t ymSdkImplement::onMessageRecieved(const std::optional<std::string> &mess
     return 0;
 }
 
-std::shared_ptr<ymSdkDelegate> ymSdkImplement::delegate() const { return _delegate->get(); }
-void ymSdkImplement::setDelegate(const std::weak_ptr<ymSdkDelegate> &delegate) { _delegate->set(delegate); }
-int64_t ymSdkImplement::features() const { return _features.load(); }
-void ymSdkImplement::setFeatures(int64_t features) { _features.store(features); }
+std::shared_ptr<ymSdkDelegate> ymSdkImplement::delegate() const { return _impl->delegate.get(); }
+void ymSdkImplement::setDelegate(const std::weak_ptr<ymSdkDelegate> &delegate) { _impl->delegate.set(delegate); }
+int64_t ymSdkImplement::features() const { return _impl->features.load(); }
+void ymSdkImplement::setFeatures(int64_t features) { _impl->features.store(features); }
 
 namespace {
 
@@ -261,27 +286,27 @@ void lockedWrite(std::mutex &lock, T &field, const T &value)
 
 std::shared_ptr<YMSocketIPCChannel_SDK> ymSdkImplement::socketIPCChannelToYumo() const
 {
-    return lockedRead(_propertiesLock, _socketIPCChannelToYumo);
+    return lockedRead(_impl->propertiesLock, _impl->socketIPCChannelToYumo);
 }
 
 void ymSdkImplement::setSocketIPCChannelToYumo(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel)
 {
-    lockedWrite(_propertiesLock, _socketIPCChannelToYumo, channel);
+    lockedWrite(_impl->propertiesLock, _impl->socketIPCChannelToYumo, channel);
 }
 
 std::shared_ptr<YMSocketIPCChannel_SDK> ymSdkImplement::socketIPCChannelToYyhost() const
 {
-    return lockedRead(_propertiesLock, _socketIPCChannelToYyhost);
+    return lockedRead(_impl->propertiesLock, _impl->socketIPCChannelToYyhost);
 }
 
 void ymSdkImplement::setSocketIPCChannelToYyhost(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel)
 {
-    lockedWrite(_propertiesLock, _socketIPCChannelToYyhost, channel);
+    lockedWrite(_impl->propertiesLock, _impl->socketIPCChannelToYyhost, channel);
 }
 
-std::shared_ptr<ymIPCMsgMgr> ymSdkImplement::ipcMsgMgr() const { return lockedRead(_propertiesLock, _ipcMsgMgr); }
+std::shared_ptr<ymIPCMsgMgr> ymSdkImplement::ipcMsgMgr() const { return lockedRead(_impl->propertiesLock, _impl->ipcMsgMgr); }
 
 void ymSdkImplement::setIpcMsgMgr(const std::shared_ptr<ymIPCMsgMgr> &manager)
 {
-    lockedWrite(_propertiesLock, _ipcMsgMgr, manager);
+    lockedWrite(_impl->propertiesLock, _impl->ipcMsgMgr, manager);
 }

@@ -161,7 +161,7 @@ TEST_F(ClientLaunch, OutlookIsFoundByIdentifierAndItsVersionJudged)
         EXPECT_EQ(helper().isSupportedOutlookVersion(), c.supported) << c.version;
     }
     EXPECT_EQ(helper().objectForPropertyListKey(std::string("CFBundleIdentifier"), bundle + "/Contents/Info.plist"),
-              nlohmann::json("com.microsoft.Outlook"));
+              ymValue("com.microsoft.Outlook"));
     EXPECT_FALSE(helper().objectForPropertyListKey(std::string("Missing"), bundle + "/Contents/Info.plist").has_value());
     EXPECT_FALSE(helper().objectForPropertyListKey(std::string("CFBundleIdentifier"), home.path() + "/nothing.plist").has_value());
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
+#include <vector>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -14,15 +16,23 @@
 #include "foundation/ymThread.h"
 #include "foundation/ymWeakReference.h"
 
-struct ySocketServerImpl_SDK::DelegateReference : ymWeakReference<ySocketDelegate> {};
+struct ySocketServerImpl_SDK::Impl {
+    ySocketDescriptor fd;  // the listening socket; -1 when there is none
+    int cl = 0;            // never assigned; printed beside fd
+    std::vector<int> vecConnections;
+    // The connections that took nothing for the whole wait limit on their last write.
+    std::vector<int> stalledConnections;
+    std::mutex vecConnectionsLock;
+    std::optional<std::string> socketPath;
+    ymWeakReference<ySocketDelegate> delegate;
+};
 
 std::shared_ptr<ySocketServerImpl_SDK> ySocketServerImpl_SDK::create()
 {
     return std::shared_ptr<ySocketServerImpl_SDK>(new ySocketServerImpl_SDK());
 }
 
-ySocketServerImpl_SDK::ySocketServerImpl_SDK()
-    : _fd(std::make_unique<ySocketDescriptor>()), _delegate(std::make_unique<DelegateReference>())
+ySocketServerImpl_SDK::ySocketServerImpl_SDK() : _impl(std::make_unique<Impl>())
 {
     YM_LOG("%s", "-[ySocketServerImpl_SDK init]");
 }
@@ -37,11 +47,11 @@ bool ySocketServerImpl_SDK::start()
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK start]";
     YM_LOG("%s", kFn);
-    if (!_socketPath) {
+    if (!_impl->socketPath) {
         YM_LOG("%s: socketPath is nil", kFn);
         return false;
     }
-    const std::string &path = *_socketPath;
+    const std::string &path = *_impl->socketPath;
     size_t length = ymText::utf16Length(path);
     if (length >= ySocketFraming::kMaximumPathLength) {
         YM_LOG("%s: socket path is too long!, len = %ld", kFn, static_cast<long>(length));
@@ -52,7 +62,7 @@ bool ySocketServerImpl_SDK::start()
         YM_LOG("%s: socket error!", kFn);
         return false;
     }
-    _fd->publish(listening);
+    _impl->fd.publish(listening);
 
     struct sockaddr_un address;
     std::memset(&address, 0, sizeof address);
@@ -78,7 +88,7 @@ bool ySocketServerImpl_SDK::start()
         socklen_t peerLength = sizeof peer;
         int connection;
         {
-            ySocketDescriptor::Use use(*_fd);  // read afresh: -1 once end() has run
+            ySocketDescriptor::Use use(_impl->fd);  // read afresh: -1 once end() has run
             connection = accept4(use.fd(), reinterpret_cast<struct sockaddr *>(&peer), &peerLength, SOCK_CLOEXEC);
         }
         if (connection == -1) {
@@ -87,15 +97,15 @@ bool ySocketServerImpl_SDK::start()
         }
         ySocketFraming::limitPeerWaits(connection);  // a peer that stops reading holds a broadcast this long at most
         {
-            std::lock_guard<std::mutex> guard(_vecConnectionsLock);
-            _vecConnections.push_back(connection);
+            std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
+            _impl->vecConnections.push_back(connection);
         }
         if (!ymDetachThread([self = shared_from_this(), connection] { self->connectionProcessFunc(connection); })) {
             // No thread to read this peer: let it go rather than keep a connection nobody serves.
-            std::lock_guard<std::mutex> guard(_vecConnectionsLock);
-            auto found = std::find(_vecConnections.begin(), _vecConnections.end(), connection);
-            if (found != _vecConnections.end()) {
-                _vecConnections.erase(found);
+            std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
+            auto found = std::find(_impl->vecConnections.begin(), _impl->vecConnections.end(), connection);
+            if (found != _impl->vecConnections.end()) {
+                _impl->vecConnections.erase(found);
                 close(connection);
             }
         }
@@ -114,15 +124,15 @@ void ySocketServerImpl_SDK::connectionProcessFunc(int fd)
         if (count <= 0)
             break;
         buffer[count] = '\0';  // the chunk prints up to its first zero byte
-        YM_LOG("%s: read [%d-%d]: %ld.%s\n", kFn, _fd->load(), _cl, static_cast<long>(count), buffer);
-        gatherer.takeChunk(std::string_view(buffer, static_cast<size_t>(count)), delegate());
+        YM_LOG("%s: read [%d-%d]: %ld.%s\n", kFn, _impl->fd.load(), _impl->cl, static_cast<long>(count), buffer);
+        gatherer.takeChunk(std::string_view(buffer, static_cast<size_t>(count)), _impl->delegate.get());
     }
     {
-        std::lock_guard<std::mutex> guard(_vecConnectionsLock);
-        auto found = std::find(_vecConnections.begin(), _vecConnections.end(), fd);
-        if (found != _vecConnections.end())
-            _vecConnections.erase(found);
-        std::erase(_stalledConnections, fd);
+        std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
+        auto found = std::find(_impl->vecConnections.begin(), _impl->vecConnections.end(), fd);
+        if (found != _impl->vecConnections.end())
+            _impl->vecConnections.erase(found);
+        std::erase(_impl->stalledConnections, fd);
     }
     close(fd);
     YM_LOG("%s: connection %d finished!", kFn, fd);
@@ -131,22 +141,22 @@ void ySocketServerImpl_SDK::connectionProcessFunc(int fd)
 bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK send:]";
-    std::lock_guard<std::mutex> guard(_vecConnectionsLock);
-    if (_fd->load() < 0 || _vecConnections.empty()) {
-        YM_LOG("%s: fd is %d,  connections %d!", kFn, _fd->load(), static_cast<int>(_vecConnections.size()));
+    std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
+    if (_impl->fd.load() < 0 || _impl->vecConnections.empty()) {
+        YM_LOG("%s: fd is %d,  connections %d!", kFn, _impl->fd.load(), static_cast<int>(_impl->vecConnections.size()));
         return false;
     }
     std::string_view bytes = ySocketFraming::bytesToSend(message);
     size_t length = bytes.size();
-    YM_LOG("%s: [%d:%d]-[%ld]: buf = %.*s", kFn, _fd->load(), _cl, static_cast<long>(length), static_cast<int>(length), bytes.data());
-    for (int connection : _vecConnections) {
-        auto stalledAt = std::find(_stalledConnections.begin(), _stalledConnections.end(), connection);
-        bool stalled = stalledAt != _stalledConnections.end();
+    YM_LOG("%s: [%d:%d]-[%ld]: buf = %.*s", kFn, _impl->fd.load(), _impl->cl, static_cast<long>(length), static_cast<int>(length), bytes.data());
+    for (int connection : _impl->vecConnections) {
+        auto stalledAt = std::find(_impl->stalledConnections.begin(), _impl->stalledConnections.end(), connection);
+        bool stalled = stalledAt != _impl->stalledConnections.end();
         long written = ySocketFraming::sendOnce(connection, bytes, stalled);
-        if (stalled && stalledAt == _stalledConnections.end())
-            _stalledConnections.push_back(connection);
-        else if (!stalled && stalledAt != _stalledConnections.end())
-            _stalledConnections.erase(stalledAt);
+        if (stalled && stalledAt == _impl->stalledConnections.end())
+            _impl->stalledConnections.push_back(connection);
+        else if (!stalled && stalledAt != _impl->stalledConnections.end())
+            _impl->stalledConnections.erase(stalledAt);
         if (written == static_cast<long>(length))
             YM_LOG("%s: send success...", kFn);
         else if (length != 0)
@@ -160,29 +170,29 @@ bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
 bool ySocketServerImpl_SDK::end()
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK end]";
-    int listening = _fd->withdraw();
+    int listening = _impl->fd.withdraw();
     if (listening < 0) {
         YM_LOG("%s: socket %d is invalid!", kFn, listening);
         return false;
     }
     // The accept thread is woken and let go of the socket before it is closed.
-    if (_fd->closeWithdrawn(listening) == 0)
+    if (_impl->fd.closeWithdrawn(listening) == 0)
         YM_LOG("%s: close success!", kFn);
     {
         // Each connection is shut down here and closed by its own reader thread, which wakes up
         // at once: closing it here too would let a second close hit a descriptor number that
         // another part of the process has opened meanwhile.
-        std::lock_guard<std::mutex> guard(_vecConnectionsLock);
-        for (int connection : _vecConnections)
+        std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
+        for (int connection : _impl->vecConnections)
             shutdown(connection, SHUT_RDWR);
-        _vecConnections.clear();
-        _stalledConnections.clear();
+        _impl->vecConnections.clear();
+        _impl->stalledConnections.clear();
     }
     YM_LOG("%s", kFn);
     return true;
 }
 
-std::optional<std::string> ySocketServerImpl_SDK::socketPath() const { return _socketPath; }
-void ySocketServerImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath) { _socketPath = socketPath; }
-std::shared_ptr<ySocketDelegate> ySocketServerImpl_SDK::delegate() const { return _delegate->get(); }
-void ySocketServerImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _delegate->set(delegate); }
+std::optional<std::string> ySocketServerImpl_SDK::socketPath() const { return _impl->socketPath; }
+void ySocketServerImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath) { _impl->socketPath = socketPath; }
+std::shared_ptr<ySocketDelegate> ySocketServerImpl_SDK::delegate() const { return _impl->delegate.get(); }
+void ySocketServerImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->delegate.set(delegate); }

@@ -63,9 +63,10 @@ public:
     YMSocketIPCChannel_SDK(const YMSocketIPCChannel_SDK &) = delete;
     YMSocketIPCChannel_SDK &operator=(const YMSocketIPCChannel_SDK &) = delete;
 
-    struct Impl;
+    /// The channel's state, inside the SDK.
+    struct YM_HIDDEN Impl;
 
 private:
-    YMSocketIPCChannel_SDK();
+    YM_HIDDEN YMSocketIPCChannel_SDK();
     std::shared_ptr<Impl> _impl;
 };

@@ -10,7 +10,7 @@
 /// YMSocketIPCChannelDelegate: the receiver of whole messages, from either transport.
 class YM_EXPORT YMSocketIPCChannelDelegate {
 public:
-    virtual ~YMSocketIPCChannelDelegate() = default;
+    virtual ~YMSocketIPCChannelDelegate();
 
     /// One whole message, exactly as it arrived, called on the main loop's thread (see
     /// ymMainLoop). The notification transport may hand over a missing text. The result is

@@ -1,17 +1,12 @@
 /// @file
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "ySocketDelegate.h"
 #include "ymBase.h"
-
-class ySocketDescriptor;
 
 /// ySocketClientImpl_SDK: the connecting end of the local socket transport.
 ///
@@ -31,6 +26,9 @@ class ySocketDescriptor;
 /// text again. send() waits at most 4 seconds for a connection attempt, its own or another
 /// sender's. A caller's thread is never held longer by a meeting client that is stopped. (The
 /// original transport waited without limit.)
+///
+/// Threads: connect() runs on a thread of its own (the channel starts it); send() and disconnect()
+/// may come from any thread at any time; the delegate is called on the connection's reader thread.
 class YM_EXPORT ySocketClientImpl_SDK : public std::enable_shared_from_this<ySocketClientImpl_SDK> {
 public:
     /// A new, unconnected client. Clients live in shared pointers: their reader threads hold them.
@@ -66,18 +64,10 @@ public:
     ySocketClientImpl_SDK(const ySocketClientImpl_SDK &) = delete;
     ySocketClientImpl_SDK &operator=(const ySocketClientImpl_SDK &) = delete;
 
-private:
-    ySocketClientImpl_SDK();
-    void readUntilClosed();
-    void closeUnpublished(int fd);
+    /// The client's state, inside the SDK.
+    struct YM_HIDDEN Impl;
 
-    std::unique_ptr<ySocketDescriptor> _fd;  ///< the socket; -1 when not connected
-    /// The condition: held for a whole connection attempt, and waited on by send().
-    std::mutex _conditionLock;
-    std::condition_variable _condition;
-    /// The peer took nothing for the whole wait limit on the last write.
-    std::atomic<bool> _stalled{false};
-    std::optional<std::string> _socketPath;
-    struct DelegateReference;
-    std::unique_ptr<DelegateReference> _delegate;
+private:
+    YM_HIDDEN ySocketClientImpl_SDK();
+    std::unique_ptr<Impl> _impl;
 };

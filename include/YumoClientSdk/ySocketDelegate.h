@@ -9,7 +9,7 @@
 /// ySocketDelegate: what a socket server or client hands the text it reads to.
 class YM_EXPORT ySocketDelegate {
 public:
-    virtual ~ySocketDelegate() = default;
+    virtual ~ySocketDelegate();
 
     /// Called on the connection's reader thread after every read, with all the text gathered on
     /// that connection since the last complete message. Answer 0 when the text was a whole

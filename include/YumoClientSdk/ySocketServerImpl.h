@@ -2,15 +2,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "ySocketDelegate.h"
 #include "ymBase.h"
-
-class ySocketDescriptor;
 
 /// ySocketServerImpl_SDK: the listening end of the local socket transport.
 ///
@@ -20,8 +16,9 @@ class ySocketDescriptor;
 ///
 /// Threads: start() runs the accept loop on the thread that calls it and never returns once the
 /// socket listens, not even after end(): from then on every accept fails and the loop keeps
-/// logging "accept error, discard!". Each accepted peer gets a detached reader thread. The
-/// accept thread and the reader threads keep the object alive while they run.
+/// logging "accept error, discard!". Each accepted peer gets a detached reader thread, which calls
+/// the delegate (so different peers call it at the same time). send() and end() may come from any
+/// thread. The accept thread and the reader threads keep the object alive while they run.
 ///
 /// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write.
 ///
@@ -70,16 +67,10 @@ public:
     ySocketServerImpl_SDK(const ySocketServerImpl_SDK &) = delete;
     ySocketServerImpl_SDK &operator=(const ySocketServerImpl_SDK &) = delete;
 
-private:
-    ySocketServerImpl_SDK();
+    /// The server's state, inside the SDK.
+    struct YM_HIDDEN Impl;
 
-    std::unique_ptr<ySocketDescriptor> _fd;  ///< the listening socket; -1 when there is none
-    int _cl = 0;  ///< never assigned; printed beside _fd
-    std::vector<int> _vecConnections;
-    /// The connections that took nothing for the whole wait limit on their last write.
-    std::vector<int> _stalledConnections;
-    std::mutex _vecConnectionsLock;
-    std::optional<std::string> _socketPath;
-    struct DelegateReference;
-    std::unique_ptr<DelegateReference> _delegate;
+private:
+    YM_HIDDEN ySocketServerImpl_SDK();
+    std::unique_ptr<Impl> _impl;
 };

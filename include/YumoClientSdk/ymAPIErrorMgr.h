@@ -1,17 +1,22 @@
 /// @file
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "ymBase.h"
+#include "ymCommandStatus.h"
 
 /// ymAPIErrorMgr: whether the meeting client can take a command, as a code and a text.
 ///
-/// Codes: 0 no error; 2 not installed; 5 not running; 6 version not supported; 7 not signed in.
-/// As the meeting client has always been judged, a client that is not installed, or too old, is
-/// reported as not running (5); a running client of any version reports 0.
+/// Codes (ymCommandStatus): 0 no error; 2 not installed; 5 not running; 6 version not supported;
+/// 7 not signed in. As the meeting client has always been judged, a client that is not
+/// installed, or too old, is reported as not running (5); a running client of any version reports
+/// 0. Only this user's processes count as running.
+///
+/// Threads: any thread may call any method. The code is one value for the whole process: the
+/// text describes the last check or setErrorCode() made on any thread.
 class YM_EXPORT ymAPIErrorMgr {
 public:
     /// The shared manager, created on first use (code 0) and never destroyed.
@@ -36,7 +41,13 @@ public:
     ymAPIErrorMgr(const ymAPIErrorMgr &) = delete;
     ymAPIErrorMgr &operator=(const ymAPIErrorMgr &) = delete;
 
+    /// Never called: the shared manager lives as long as the process.
+    ~ymAPIErrorMgr();
+
+    /// The manager's state, inside the SDK.
+    struct YM_HIDDEN Impl;
+
 private:
-    ymAPIErrorMgr() = default;
-    std::atomic<int32_t> _errorCode{0};
+    YM_HIDDEN ymAPIErrorMgr();
+    std::unique_ptr<Impl> _impl;
 };

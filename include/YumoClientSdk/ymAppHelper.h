@@ -1,17 +1,29 @@
 /// @file
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
 
 #include "ymAppDefine.h"
 #include "ymBase.h"
+#include "ymValue.h"
 
 /// ymAppHelper: finding, launching and checking the meeting client, Outlook and signatures.
 ///
 /// Nothing is cached: every answer is computed afresh from the file system, the defaults and the
-/// process table, so a client installed, removed, launched or quit is seen by the next call.
+/// process table, so a client installed, removed, launched or quit is seen by the next call. Only
+/// applications of this user (real uid) count as running.
+///
+/// Threads: any method may be called from any thread, at the same time as any other. The checks
+/// that run a tool (checkAppCodeSign, modifyBundleIdentify) hold the caller's thread until it exits.
+///
+/// The activation notifications go out as the notification transport's do (see ymIPCMsgMgr: one
+/// D-Bus signal, interface com.yumocorp.DistributedNotification, member Notification, signature
+/// sa{sv}): ("Noti_ActivateYumoApplicationExternally", {"Param_ActivateYumoApplicationExternally":
+/// <"yumoconf://meet.yumocorp.com/start">}) hands the running client the launch URL, and
+/// ("Noti_SilentActiveYumoApp", {}) asks it to activate silently. A meeting client on Linux
+/// observes those names with the match rule given there.
 class YM_EXPORT ymAppHelper {
 public:
     /// The shared helper, created on first use and never destroyed.
@@ -98,9 +110,11 @@ public:
     /// YES for Outlook 14.1.4 and later (components compared as signed numbers).
     bool isSupportedOutlookVersion();
 
-    /// The value of a top-level key of a property list (XML or binary), as JSON; nil when the file
-    /// is missing or not a property list, or has no such key.
-    std::optional<nlohmann::json> objectForPropertyListKey(const std::optional<std::string> &key,
+    /// The value of a top-level key of a property list (XML or binary): texts, numbers, Booleans,
+    /// lists and dictionaries as themselves (a dictionary's members in the order of their keys),
+    /// data as its bytes in a text, a date as seconds since 2001-01-01. Nil when the file is missing,
+    /// is not a regular file or not a property list, or has no such key.
+    std::optional<ymValue> objectForPropertyListKey(const std::optional<std::string> &key,
                                                            const std::optional<std::string> &filePath);
 
     /// Starts Outlook (see launchApplicationWithBundleIdentifier).
@@ -137,10 +151,6 @@ public:
     ymAppHelper(const ymAppHelper &) = delete;
     ymAppHelper &operator=(const ymAppHelper &) = delete;
 
-    /// How one look-up of the meeting client went (kept inside the SDK).
-    struct Lookup;
-
 private:
     ymAppHelper() = default;
-    Lookup lookUpClient();
 };

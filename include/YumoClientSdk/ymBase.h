@@ -25,6 +25,8 @@ typedef signed char BOOL;
 
 /** Marks what the library exports. */
 #define YM_EXPORT __attribute__((visibility("default")))
+/** Marks what stays inside the library, though declared in an exported class (its state). */
+#define YM_HIDDEN __attribute__((visibility("hidden")))
 
 #ifdef __cplusplus
 /** Opens C linkage in C++ (nothing in C). */

@@ -62,7 +62,7 @@ public:
     /// when it is ready. Used by the SDK for its bus connection.
     class Source {
     public:
-        virtual ~Source() = default;
+        virtual ~Source();
         /// The descriptor to watch, -1 for none. It may change from one dispatch to the next.
         virtual int fileDescriptor() const = 0;
         /// poll(2) events to wait for now (POLLIN, POLLOUT).
@@ -79,8 +79,8 @@ public:
     ymMainLoop &operator=(const ymMainLoop &) = delete;
 
 private:
-    ymMainLoop();
+    YM_HIDDEN ymMainLoop();
     ~ymMainLoop() = delete;
-    struct State;
+    struct YM_HIDDEN State;
     State *_state;
 };

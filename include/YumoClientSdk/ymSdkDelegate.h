@@ -9,7 +9,8 @@
 
 #include "ymBase.h"
 
-/// An audio device as a companion knows it. Passed by value.
+/// An audio device as a companion knows it. Passed by value. Its index and name go into messages
+/// as they are: they must not hold `"`, `\` or control characters.
 struct YMAudioDevice_s {
     std::optional<std::string> deviceIndex;  ///< the device's index, as text
     std::optional<std::string> deviceName;  ///< the device's name
@@ -36,14 +37,15 @@ struct YMAudioInfo_s {
 };
 
 /// The companion's receiver of answers. Both methods are optional: the defaults do nothing. They
-/// are called on the thread that runs the main loop (see ymMainLoop).
+/// are called on the thread that runs the main loop (see ymMainLoop), one at a time, in the order
+/// the messages came; never on a thread of the caller of a command.
 class YM_EXPORT ymSdkDelegate {
 public:
-    virtual ~ymSdkDelegate() = default;
+    virtual ~ymSdkDelegate();
 
     /// The meeting client answered a presence request.
-    virtual void ymSdkIMPresenceStatus(YMPresenceStatus_s presenceStatus) { (void)presenceStatus; }
+    virtual void ymSdkIMPresenceStatus(YMPresenceStatus_s presenceStatus);
 
     /// The host process sent an audio event for a device this process registered.
-    virtual void ymSdkAudioInfo(YMAudioInfo_s audioInfo) { (void)audioInfo; }
+    virtual void ymSdkAudioInfo(YMAudioInfo_s audioInfo);
 };

@@ -1,20 +1,18 @@
 /// @file
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "YMSocketIPCChannel.h"
 #include "YMSocketIPCChannelDelegate.h"
 #include "ymBase.h"
+#include "ymCommandStatus.h"
 #include "ymIPCMsgMgr.h"
 #include "ymSdkDelegate.h"
+#include "ymValue.h"
 
 /// ymSdkImplement: the one object a companion talks to.
 ///
@@ -30,24 +28,29 @@
 /// (see ymAPIErrorMgr) and then goes by the socket transport when the installed client is 5.6 or
 /// later, by notifications otherwise; the choice is made afresh for every command.
 ///
+/// Threads: every method may be called from any thread, at the same time as any other. The
+/// delegate is called on the thread that runs ymMainLoop, never on the caller's thread and never
+/// from inside a command. onMessageRecieved() is called by the transports on that same thread.
+///
 /// A command returns within a few seconds whatever the meeting client does: sending to a client
 /// that is stopped, or whose listen queue is full, waits at most 4 seconds for the connection
 /// and 3 for the write, and then counts as a send that failed (the status is still 0, as for any
 /// send the transport could not complete). Registration waits at most 10 seconds for the shared
-/// list's lock.
+/// list's lock. No exception leaves the SDK.
 ///
-/// Command status: 0 the text was handed to a transport (no answer is awaited); 5 the meeting
-/// client is not running (also when not installed); 2 and 6 as ymAPIErrorMgr says; 8 no transport
-/// to send with. ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr() gives the text.
+/// Command status (ymCommandStatus): 0 the text was handed to a transport (no answer is awaited);
+/// 5 the meeting client is not running (also when not installed); 2 and 6 as ymAPIErrorMgr says;
+/// 8 no transport to send with. ymAPIErrorMgr::sharedInstance()->to3rdClientErrorStr() gives the
+/// text.
 class YM_EXPORT ymSdkImplement : public YMSocketIPCChannelDelegate,
                                  public std::enable_shared_from_this<ymSdkImplement> {
 public:
-    /// The process-wide facade, created on the first call and never destroyed. Call it first
-    /// from one thread.
+    /// The process-wide facade, created on the first call (from any thread) and never destroyed.
     static ymSdkImplement *SharedInstance();
 
     /// A facade of its own, with its own channels and notification manager. When the last
-    /// reference goes it cleans up its devices (see CleanupAudioDevices()).
+    /// reference goes it cleans up its devices (see CleanupAudioDevices()); its two connections
+    /// and its notification manager stay until the process ends.
     static std::shared_ptr<ymSdkImplement> create();
 
     ~ymSdkImplement() override;
@@ -60,15 +63,18 @@ public:
     bool RegisterFeature(int64_t features);
 
     /// Sends an audio command for the device to the host process. Any device may be named;
-    /// it need not be registered. Answers the command status (see above).
+    /// it need not be registered. The device's index and name are put into the message as they
+    /// are: a `"`, `\` or control character in them makes text that is not JSON, which the host
+    /// process cannot read. Answers the command status (see above).
     int32_t SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevice);
 
     /// Registers a device this companion owns: in this process's list, which decides which audio
     /// events reach the delegate, and in the list shared by every companion of the user. NO when
-    /// an argument is missing or the name or index is empty. YES also when already registered.
-    /// The USB identifiers are stored as given, a number or a text.
+    /// an argument is missing or the name or index is empty. YES also when already registered, and
+    /// also when the shared list could not be written (it is never overwritten when it cannot be
+    /// read). The USB identifiers are stored as given: a number (2830) or a text ("0xB0E").
     bool RegisterAudioDevice(const std::optional<std::string> &deviceName, const std::optional<std::string> &deviceIndex,
-                             const std::optional<nlohmann::json> &usbVid, const std::optional<nlohmann::json> &usbPid);
+                             const std::optional<ymValue> &usbVid, const std::optional<ymValue> &usbPid);
 
     /// Adds the device to this process's list unless it is there.
     void addToDeviceArray(const std::optional<std::string> &deviceName, const std::optional<std::string> &deviceIndex);
@@ -78,7 +84,9 @@ public:
     void CleanupAudioDevices();
 
     /// Asks the meeting client for the user's presence status. Answers the command status; the
-    /// answer reaches the delegate's ymSdkIMPresenceStatus on the main loop.
+    /// answer reaches the delegate's ymSdkIMPresenceStatus on the main loop. Answers that arrive
+    /// together over a socket are one text the facade cannot read: ask again only once the last
+    /// answer has come.
     int32_t GetIMPresenceStatus();
 
     /// YES when this process registered the device (same name and index) in its current run.
@@ -114,27 +122,10 @@ public:
     ymSdkImplement(const ymSdkImplement &) = delete;
     ymSdkImplement &operator=(const ymSdkImplement &) = delete;
 
+    /// The facade's state, inside the SDK.
+    struct YM_HIDDEN Impl;
+
 private:
-    ymSdkImplement();
-    void setUp();
-    enum class Peer { meetingClient, host };
-    // Hands the text to the transport the installed client speaks: 0, or 8 without one.
-    int32_t sendByInstalledTransport(const std::string &message, Peer peer);
-
-    struct DeviceEntry {
-        std::optional<std::string> deviceName;
-        std::optional<std::string> deviceIndex;
-    };
-    struct DelegateReference;
-
-    /// The in-memory registry: written on the caller's thread, read on the main loop's.
-    std::vector<DeviceEntry> _devicesArray;
-    mutable std::mutex _devicesLock;
-    std::unique_ptr<DelegateReference> _delegate;
-    std::atomic<int64_t> _features{0};
-    /// Replaced only by the setters; read by commands on any thread.
-    mutable std::mutex _propertiesLock;
-    std::shared_ptr<YMSocketIPCChannel_SDK> _socketIPCChannelToYumo;
-    std::shared_ptr<YMSocketIPCChannel_SDK> _socketIPCChannelToYyhost;
-    std::shared_ptr<ymIPCMsgMgr> _ipcMsgMgr;
+    YM_HIDDEN ymSdkImplement();
+    std::unique_ptr<Impl> _impl;
 };

@@ -83,6 +83,8 @@ struct ymMainLoop::State {
     }
 };
 
+ymMainLoop::Source::~Source() = default;
+
 ymMainLoop &ymMainLoop::shared()
 {
     // Never destroyed: reader threads may post to it while the process exits.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <YumoClientSdk/ymSdkImplement.h>
+#include <nlohmann/json.hpp>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>

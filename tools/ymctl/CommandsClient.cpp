@@ -1,4 +1,5 @@
 #include <YumoClientSdk/YumoClientSdk.h>
+#include <YumoClientSdk/yStringUtils.h>
 #include <csignal>
 #include <cstdlib>
 
@@ -93,14 +94,13 @@ std::vector<nlohmann::json> sharedDevices()
 {
     const char *home = std::getenv("HOME");
     std::string suite = std::string(home ? home : "") + "/Library/Preferences/" + YMCLIENTSDK_SHAREDATA + ".plist";
-    std::optional<nlohmann::json> list = ymAppHelper::sharedInstance()->objectForPropertyListKey(std::string(AUDIODEVICE), suite);
+    std::optional<ymValue> list = ymAppHelper::sharedInstance()->objectForPropertyListKey(std::string(AUDIODEVICE), suite);
     std::vector<nlohmann::json> devices;
-    if (!list || !list->is_array())
+    if (!list || list->type() != ymValue::Type::array)
         return devices;
-    for (const nlohmann::json &text : *list) {
-        std::optional<nlohmann::json> device = text.is_string() ? yStringUtils::toArrayOrNSDictionary(text.get<std::string>())
-                                                                : std::nullopt;
-        devices.push_back(device && device->is_object() ? *device : nlohmann::json{{"unreadable", text}});
+    for (const ymValue &text : list->elements()) {
+        std::optional<nlohmann::json> device = text.isText() ? yStringUtils::toArrayOrNSDictionary(text.text()) : std::nullopt;
+        devices.push_back(device && device->is_object() ? *device : nlohmann::json{{"unreadable", text.isText() ? text.text() : "(not a text)"}});
     }
     return devices;
 }

@@ -5,6 +5,8 @@
 // Run it under a private $HOME and session bus (scripts/run-demo.sh does): it installs the
 // simulator as the meeting client there, starts and stops it, and shows each step.
 #include <YumoClientSdk/YumoClientSdk.h>
+#include <YumoClientSdk/yStringUtils.h>
+#include <nlohmann/json.hpp>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>

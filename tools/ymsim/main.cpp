@@ -13,6 +13,7 @@
 //       killed, for S seconds, or until its group container is removed. An audio command for the
 //       device "ymsim-report" prints "received N", the number of messages received before it.
 #include <YumoClientSdk/YumoClientSdk.h>
+#include <YumoClientSdk/yStringUtils.h>
 #include <atomic>
 #include <csignal>
 #include <cstdio>

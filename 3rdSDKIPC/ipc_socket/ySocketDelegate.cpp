@@ -1,0 +1,4 @@
+// The delegate's out-of-line destructor: its vtable and type information live in the library alone.
+#include <YumoClientSdk/ySocketDelegate.h>
+
+ySocketDelegate::~ySocketDelegate() = default;

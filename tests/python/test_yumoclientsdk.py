@@ -1,0 +1,85 @@
+"""The Python module against the simulated meeting client, in a home of the tests' own.
+
+Run by ctest, which says where the built library and the simulator are (YUMOCLIENTSDK_LIBRARY,
+YMSIM); the module is imported from the source tree.
+"""
+import os
+import shutil
+import subprocess
+import tempfile
+
+import pytest
+
+# The SDK finds its group container, its sockets and the meeting client under $HOME when it first
+# needs them: the home is the tests' own from before the module is loaded.
+HOME = tempfile.mkdtemp(prefix="ympython-")
+os.environ["HOME"] = HOME
+import yumoclientsdk as ym  # noqa: E402
+
+SIMULATOR = os.environ.get("YMSIM") or shutil.which("ymsim")
+
+
+@pytest.fixture(scope="module")
+def client():
+    """The simulator installed as 5.6 and serving; stopped at the end."""
+    subprocess.run([SIMULATOR, "install", "--version", "5.6.0"], check=True, stdout=subprocess.DEVNULL)
+    executable = os.path.join(HOME, "Applications", "yumoapp.app", "Contents", "MacOS", "yumoapp")
+    process = subprocess.Popen([executable, "--presence", "3", "--quiet"], stdout=subprocess.PIPE, text=True)
+    assert process.stdout.readline().strip() == "ready"
+    yield process
+    process.kill()
+    process.wait()
+
+
+def test_registration_is_kept_in_this_process_and_in_the_shared_list(client):
+    assert ym.register_audio_device("Headset", "1", 2830, 3)
+    assert ym.register_audio_device("Dock", "2", "0x0B0E", "7")  # identifiers as texts
+    assert not ym.register_audio_device("", "3", 1, 1)
+    assert ym.is_registered_device("Headset", "1")
+    assert not ym.is_registered_device("Headset", "2")
+    with open(os.path.join(HOME, "Library", "Preferences", "YumoClientSdk.ShareData.plist"), encoding="utf-8") as suite:
+        stored = suite.read()
+    assert "Headset" in stored and "Dock" in stored and "0x0B0E" in stored
+
+
+def test_presence_answer_reaches_the_callable(client):
+    answers = []
+    ym.on_presence_status(answers.append)
+    assert ym.get_im_presence_status() == ym.COMMAND_SENT
+    assert ym.run_until(lambda: answers, 20)
+    assert answers[0] == ym.PresenceStatus(error=False, code=1, text="OK", presence_status=3)
+
+
+def test_audio_events_reach_only_registered_devices(client):
+    events = []
+    ym.on_audio_info(events.append)
+    ym.register_audio_device("Headset", "1", 2830, 3)
+    # Another companion's device: the simulator answers, and the event is not delivered here.
+    assert ym.set_audio_cmd(7, "9", "Speaker", 2830, 4) == ym.COMMAND_SENT
+    ym.run(0.5)
+    assert events == []
+    assert ym.set_audio_cmd(5, "1", "Headset", 2830, 3) == ym.COMMAND_SENT
+    assert ym.run_until(lambda: events, 20)
+    assert events == [ym.AudioInfo(audio_cmd=5, device_index="1", device_name="Headset")]
+
+
+def test_a_callable_that_raises_is_heard_from(client):
+    def broken(_status):
+        raise RuntimeError("the companion's own mistake")
+    ym.on_presence_status(broken)
+    assert ym.get_im_presence_status() == ym.COMMAND_SENT
+    with pytest.raises(RuntimeError, match="own mistake"):
+        ym.run_until(lambda: False, 20)
+    ym.on_presence_status(None)
+
+
+def test_status_5_when_the_client_is_gone(client):
+    client.kill()
+    client.wait()
+    assert ym.get_im_presence_status() == ym.CLIENT_NOT_RUNNING
+    assert ym.error_text() == "0:Error YumoClientNotRunning"
+    assert ym.check_yumo_app_error() == ym.CLIENT_NOT_RUNNING
+    assert ym.is_yumoapp_installed() and not ym.is_yumo_running()
+    assert ym.yumo_client_version() == "5.6.0"
+    ym.cleanup_audio_devices()
+    shutil.rmtree(HOME, ignore_errors=True)
