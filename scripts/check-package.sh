@@ -1,22 +1,30 @@
 #!/bin/sh
-# As a companion developer takes the SDK: builds the package, installs it with apt, builds the
-# example out of tree with find_package and with pkg-config against the installed SDK, and runs
-# both against the installed simulator under a private home and session bus. Run as root.
+# As a companion developer takes the SDK: builds the Debian packages (scripts/build-packages.sh,
+# lintian clean), installs them with apt, checks that the manual pages are there, builds every
+# example against the installed SDK only (CMake's find_package and pkg-config; C++, C and GLib) and
+# runs them, and the Python example, against the installed simulator under a private home and
+# session bus. Run as root.
 set -eu
 cd "$(dirname "$0")/.."
-package=$(sh scripts/package.sh | tail -n 1)
+sh scripts/build-packages.sh >/dev/null
 export DEBIAN_FRONTEND=noninteractive
-apt-get install -y -q "./$package" >/dev/null
-echo "installed $package"
+apt-get install -y -q ./build-deb/libyumoclientsdk1_*.deb ./build-deb/libyumoclientsdk-dev_*.deb \
+    ./build-deb/yumoclientsdk-tools_*.deb ./build-deb/python3-yumoclientsdk_*.deb ./build-deb/libyumoclientsdk-doc_*.deb >/dev/null
+echo "installed: $(dpkg-query -W -f='${Package} ' libyumoclientsdk1 libyumoclientsdk-dev yumoclientsdk-tools python3-yumoclientsdk libyumoclientsdk-doc)"
+for page in ymctl ymsim PlistBuddy; do
+    man -w "$page" >/dev/null
+done
+echo "manual pages: $(man -w ymctl ymsim PlistBuddy | tr '\n' ' ')"
 
+# Nothing of the build tree: the installed SDK alone.
+unset LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH PYTHONPATH || true
 work=$(mktemp -d "${TMPDIR:-/tmp}/ymexample-XXXXXX")
 trap 'rm -rf "$work"' EXIT INT TERM
-cp examples/*.cpp examples/*.c examples/CMakeLists.txt examples/Makefile "$work/"
+cp examples/*.cpp examples/*.c examples/*.py examples/CMakeLists.txt examples/Makefile "$work/"
 cmake -S "$work" -B "$work/cmake-build" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
-echo "built with find_package: $work/cmake-build/{companion,poll_loop,glib_loop,c_companion}"
 make -s -C "$work" all >/dev/null
-echo "built with pkg-config:   $work/{companion,poll_loop,glib_loop,c_companion}"
+echo "built with find_package and with pkg-config: companion poll_loop glib_loop c_companion"
 
 export HOME="$work/home"
 mkdir -p "$HOME"
@@ -27,11 +35,14 @@ set -eu
 simulator=$!
 trap 'kill $simulator' EXIT
 ymctl status >/dev/null || true
-for companion in "$1"/cmake-build/companion "$1"/cmake-build/poll_loop "$1"/cmake-build/glib_loop \
-    "$1"/cmake-build/c_companion "$1"/companion "$1"/poll_loop "$1"/glib_loop "$1"/c_companion; do
-    echo "running $companion"
-    "$companion"
+for companion in companion poll_loop glib_loop c_companion; do
+    for built in "$1/cmake-build/$companion" "$1/$companion"; do
+        echo "running $built"
+        "$built" >/dev/null
+    done
 done
+echo "running $1/companion.py"
+/usr/bin/python3 "$1/companion.py" >/dev/null
 RUN
 dbus-run-session -- sh "$work/run.sh" "$work" 2>/dev/null
 echo "package check: passed"

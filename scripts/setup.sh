@@ -14,6 +14,7 @@ clang libclang-rt-14-dev
 binutils procps util-linux mount
 dpkg-dev doxygen make
 python3 python3-pytest libglib2.0-dev
+debhelper dh-python python3-all lintian scdoc abigail-tools libjs-jquery man-db
 "
 
 missing=""

@@ -8,8 +8,9 @@
 //   PlistBuddy -c "Delete :Entry" FILE        removes an entry
 //
 // Entries are keys separated by ":"; an array element is named by its index. Several -c options
-// run in order and the file is written once, after the last. Exit status 0, or 1 with a message
-// on standard error.
+// run in order and the file is written once, after the last. Exit status 0; 1 with a message on
+// standard error when a command fails or the file cannot be read or written; 64 with one line
+// naming the argument for a command line it does not take. PlistBuddy -h prints the usage.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,7 +23,21 @@
 namespace {
 
 // Also tells the build script that an installed PlistBuddy is this one.
-const char *const kUsage = "Usage: PlistBuddy -c \"<command>\" <file.plist>   (YumoClientSdk PlistBuddy)\n";
+const char *const kUsage =
+    "Usage: PlistBuddy -c \"<command>\" <file.plist>   (YumoClientSdk PlistBuddy)\n"
+    "Commands (each -c runs one, in order; the file is written once, after the last):\n"
+    "  Print[ :Entry]             prints the entry, or the whole list\n"
+    "  Set :Entry Value           sets an existing entry, keeping its type\n"
+    "  Add :Entry Type [Value]    adds an entry: string, integer, real, bool, date, data, array or dict\n"
+    "  Delete :Entry              removes an entry\n"
+    "Entries are keys separated by \":\"; an array element is named by its index.\n"
+    "Exit status: 0 done; 1 a command failed or the file could not be read or written; 64 a usage error.\n";
+
+[[noreturn]] void usageError(const std::string &message)
+{
+    std::fprintf(stderr, "PlistBuddy: %s\n", message.c_str());
+    std::exit(64);
+}
 
 struct Failure {
     std::string message;
@@ -212,19 +227,26 @@ int main(int argc, char **argv)
     std::vector<std::string> commands;
     std::string file;
     for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "-c") && i + 1 < argc)
+        if (!std::strcmp(argv[i], "-h") || !std::strcmp(argv[i], "--help")) {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (!std::strcmp(argv[i], "-c")) {
+            if (i + 1 >= argc)
+                usageError("-c needs a command: Print, Set, Add or Delete (PlistBuddy -h tells more)");
             commands.push_back(argv[++i]);
-        else if (argv[i][0] != '-' && file.empty())
+        } else if (argv[i][0] == '-') {
+            usageError(std::string("unknown option \"") + argv[i] + "\": -c \"COMMAND\" or -h");
+        } else if (file.empty()) {
             file = argv[i];
-        else {
-            std::fputs(kUsage, stderr);
-            return 1;
+        } else {
+            usageError(std::string("one property list at a time, not also \"") + argv[i] + "\"");
         }
     }
-    if (file.empty() || commands.empty()) {
-        std::fputs(kUsage, stderr);
-        return 1;
-    }
+    if (file.empty())
+        usageError("say which property list: PlistBuddy -c \"COMMAND\" FILE");
+    if (commands.empty())
+        usageError("say what to do with -c \"COMMAND\": Print, Set, Add or Delete");
     bool binary = false;
     ymPropertyList::Node root = ymPropertyList::readFile(file, &binary);
     if (!root) {

@@ -1,5 +1,5 @@
-// The simulator as a companion's developer meets it: messages it cannot read, and command lines
-// it does not take.
+// The simulator and the property-list tool as a companion's developer meets them: messages the
+// simulator cannot read, and command lines neither takes.
 #include <YumoClientSdk/YMSocketIPCChannel.h>
 #include <YumoClientSdk/YMSocketIPCHelper.h>
 #include <filesystem>
@@ -78,6 +78,16 @@ TEST(Ymsim, CommandLinesItDoesNotTake)
     EXPECT_THAT(refusal(simulator, {"--seconds", "1x"}), HasSubstr("--seconds takes a whole number of seconds from 0"));
     EXPECT_THAT(refusal(simulator, {"--seconds", "-1"}), HasSubstr("not \"-1\""));
     EXPECT_THAT(refusal(simulator, {"--result", "garbage"}), HasSubstr("--result takes CODE:TEXT"));
+}
+
+TEST(PlistBuddy, CommandLinesItDoesNotTake)
+{
+    const std::string tool = ymtest::toolProgram("PlistBuddy");
+    EXPECT_THAT(refusal(tool, {}), HasSubstr("say which property list"));
+    EXPECT_THAT(refusal(tool, {"-c"}), HasSubstr("-c needs a command: Print, Set, Add or Delete"));
+    EXPECT_THAT(refusal(tool, {"-x", "Info.plist"}), HasSubstr("unknown option \"-x\""));
+    EXPECT_THAT(refusal(tool, {"-c", "Print", "a.plist", "b.plist"}), HasSubstr("one property list at a time"));
+    EXPECT_THAT(refusal(tool, {"Info.plist"}), HasSubstr("say what to do with -c"));
 }
 
 }  // namespace
