@@ -316,12 +316,16 @@ int main(int argc, char **argv)
     bool losses = false;
     std::string jsonPath = "bench-results.json";
     for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--quick"))
+        if (!std::strcmp(argv[i], "--quick")) {
             quick = true;
-        else if (!std::strcmp(argv[i], "--losses"))
+        } else if (!std::strcmp(argv[i], "--losses")) {
             losses = true;
-        else if (!std::strcmp(argv[i], "--json") && i + 1 < argc)
+        } else if (!std::strcmp(argv[i], "--json") && i + 1 < argc) {
             jsonPath = argv[++i];
+        } else {
+            std::fprintf(stderr, "ymbench: unknown argument \"%s\": --quick, --losses or --json FILE\n", argv[i]);
+            return 64;
+        }
     }
     const size_t scale = quick ? 10 : 1;
     signal(SIGPIPE, SIG_IGN);

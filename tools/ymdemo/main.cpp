@@ -156,8 +156,8 @@ void exchange(Companion &companion, const YMAudioDevice_s &headset, Simulator &s
 
 int main(int argc, char **argv)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: ymdemo TOOLS_DIR\n");
+    if (argc != 2 || access((std::string(argv[1]) + "/ymsim").c_str(), X_OK) != 0) {
+        std::fprintf(stderr, "ymdemo: takes one argument, the folder that holds ymsim (the build's tools folder)\n");
         return 64;
     }
     tools = argv[1];
