@@ -6,10 +6,9 @@
 #include <unistd.h>
 
 #include "platform/ymXarArchive.h"
-#include "support/Certificates.h"
+#include "support/SignedPackage.h"
 #include "support/Processes.h"
 #include "support/TestSupport.h"
-#include "support/XarWriter.h"
 
 namespace {
 
@@ -30,66 +29,61 @@ protected:
         ymtest::writeFile(path, bytes);
         return ymAppHelper::sharedInstance()->checkCodeSignForYumoPkg(path);
     }
-    static std::vector<std::string> texts(const std::vector<std::string> &certificates)
+    // A chain of certificates with these names, as base64 texts.
+    static std::vector<std::string> chain(const std::vector<std::string> &names)
     {
-        std::vector<std::string> result;
-        for (const std::string &certificate : certificates)
-            result.push_back(ymtest::base64(certificate));
-        return result;
+        std::vector<std::string> texts;
+        for (const std::string &certificate : ymtest::makeCertificateChain(names))
+            texts.push_back(ymtest::base64(certificate));
+        return texts;
     }
 
     ymtest::TemporaryDirectory folder;
     int written = 0;
 };
 
-TEST_F(PackageSignature, ChainsAreJudgedByTheFirstAndThirdNames)
+TEST_F(PackageSignature, ChainsAreJudgedByTheFirstAndThirdNamesOfTheFirstSignature)
 {
     ymtest::CapturedStderr log;
-    EXPECT_TRUE(check(texts(ymtest::makeCertificateChain({kInstaller, kIntermediate, kRoot}))));
-    EXPECT_TRUE(check(texts(ymtest::makeCertificateChain({kInstaller, kIntermediate, kRoot, "Another Root"}))));
-    EXPECT_FALSE(check(texts(ymtest::makeCertificateChain({kInstaller, kRoot}))));  // two are too few
-    EXPECT_FALSE(check(texts(ymtest::makeCertificateChain({kInstaller, kIntermediate, "Other CA", kRoot}))));
-    EXPECT_FALSE(check(texts(ymtest::makeCertificateChain({"Developer ID Installer: yumocorp (Q4W7N2R8TX)", kIntermediate, kRoot}))));
-    EXPECT_FALSE(check(texts(ymtest::makeCertificateChain({kInstaller + " ", kIntermediate, kRoot}))));
-    EXPECT_FALSE(check(texts(ymtest::makeCertificateChain({kInstaller, kIntermediate, "apple root ca"}))));
+    EXPECT_TRUE(check(chain({kInstaller, kIntermediate, kRoot})));
+    EXPECT_TRUE(check(chain({kInstaller, kIntermediate, kRoot, "Another Root"})));
+    EXPECT_FALSE(check(chain({kInstaller, kRoot})));  // two are too few
+    EXPECT_FALSE(check(chain({kInstaller, kIntermediate, "Other CA", kRoot})));
+    EXPECT_FALSE(check(chain({"Developer ID Installer: yumocorp (Q4W7N2R8TX)", kIntermediate, kRoot})));
+    EXPECT_FALSE(check(chain({kInstaller + " ", kIntermediate, kRoot})));
+    EXPECT_FALSE(check(chain({kInstaller, kIntermediate, "apple root ca"})));
     EXPECT_EQ(ymtest::countLinesContaining(log.text(), ") -[ymAppHelper checkCodeSignForYumoPkg:]"), 7);
-}
 
-TEST_F(PackageSignature, OnlyTheFirstSignatureCounts)
-{
-    std::vector<std::string> good = texts(ymtest::makeCertificateChain({kInstaller, kIntermediate, kRoot}));
-    std::vector<std::string> bad = texts(ymtest::makeCertificateChain({"Someone Else", kIntermediate, kRoot}));
+    // Only the first signature counts, whichever element it is.
+    std::vector<std::string> good = chain({kInstaller, kIntermediate, kRoot}), bad = chain({"Someone Else", kIntermediate, kRoot});
     EXPECT_TRUE(checkArchive(ymtest::makeXarArchive({{"signature", "RSA", good}, {"x-signature", "CMS", bad}})));
     EXPECT_FALSE(checkArchive(ymtest::makeXarArchive({{"x-signature", "CMS", bad}, {"signature", "RSA", good}})));
     EXPECT_TRUE(check(good, "x-signature"));
 }
 
-TEST_F(PackageSignature, CertificatesThatDoNotParse)
+TEST_F(PackageSignature, CertificatesAndFilesThatDoNotParse)
 {
-    std::vector<std::string> chain = ymtest::makeCertificateChain({kInstaller, kIntermediate, kRoot});
+    std::vector<std::string> der = ymtest::makeCertificateChain({kInstaller, kIntermediate, kRoot});
     std::string junk = ymtest::base64("not a certificate");
     // A certificate that does not parse takes the place of the one before it again: with the
     // intermediate broken, the root is still third; with the root broken, the intermediate is.
-    EXPECT_TRUE(check({ymtest::base64(chain[0]), junk, ymtest::base64(chain[2])}));
-    EXPECT_FALSE(check({ymtest::base64(chain[0]), ymtest::base64(chain[1]), junk}));
-    EXPECT_FALSE(check({junk, ymtest::base64(chain[1]), ymtest::base64(chain[2])}));
+    EXPECT_TRUE(check({ymtest::base64(der[0]), junk, ymtest::base64(der[2])}));
+    EXPECT_FALSE(check({ymtest::base64(der[0]), ymtest::base64(der[1]), junk}));
+    EXPECT_FALSE(check({junk, ymtest::base64(der[1]), ymtest::base64(der[2])}));
     // Base64 that does not decode ends the check.
-    EXPECT_FALSE(check({ymtest::base64(chain[0]), "!!not base64!!", ymtest::base64(chain[2])}));
-    EXPECT_FALSE(check({ymtest::base64(chain[0]), ymtest::base64(chain[1]), ymtest::base64(chain[2]) + "A"}));
+    EXPECT_FALSE(check({ymtest::base64(der[0]), "!!not base64!!", ymtest::base64(der[2])}));
+    EXPECT_FALSE(check({ymtest::base64(der[0]), ymtest::base64(der[1]), ymtest::base64(der[2]) + "A"}));
     // A certificate cut short, and one with bytes after it.
-    EXPECT_FALSE(check({ymtest::base64(chain[0].substr(0, chain[0].size() / 2)), ymtest::base64(chain[1]), ymtest::base64(chain[2])}));
-    EXPECT_FALSE(check({ymtest::base64(chain[0] + "x"), ymtest::base64(chain[1]), ymtest::base64(chain[2])}));
-}
+    EXPECT_FALSE(check({ymtest::base64(der[0].substr(0, der[0].size() / 2)), ymtest::base64(der[1]), ymtest::base64(der[2])}));
+    EXPECT_FALSE(check({ymtest::base64(der[0] + "x"), ymtest::base64(der[1]), ymtest::base64(der[2])}));
 
-TEST_F(PackageSignature, FilesThatAreNotSignedArchives)
-{
     EXPECT_FALSE(checkArchive(ymtest::makeXarArchive({})));                  // unsigned
     EXPECT_FALSE(check({}));                                                   // signed, no certificates
     EXPECT_FALSE(checkArchive("plain text, not an archive"));
     EXPECT_FALSE(ymAppHelper::sharedInstance()->checkCodeSignForYumoPkg(folder.path() + "/missing.pkg"));
     EXPECT_FALSE(ymAppHelper::sharedInstance()->checkCodeSignForYumoPkg(std::nullopt));
 
-    std::string valid = ymtest::makeXarArchive({{"signature", "RSA", texts(ymtest::makeCertificateChain({kInstaller, kIntermediate, kRoot}))}});
+    std::string valid = ymtest::makeXarArchive({{"signature", "RSA", chain({kInstaller, kIntermediate, kRoot})}});
     ASSERT_TRUE(checkArchive(valid));
     EXPECT_FALSE(checkArchive(valid.substr(0, 20)));                           // truncated header
     EXPECT_FALSE(checkArchive(valid.substr(0, 40)));                           // truncated table of contents
@@ -113,34 +107,20 @@ TEST(XarReader, ReadsTheTableOfContentsAndDecodesBase64)
     EXPECT_EQ(reader->certificateData(0), "hello");
     EXPECT_EQ(reader->certificateData(1), "world");
     EXPECT_FALSE(reader->certificateData(2).has_value());
-    EXPECT_EQ(ymDecodeBase64("YQ=="), "a");
     EXPECT_EQ(ymDecodeBase64("YWI="), "ab");
-    EXPECT_FALSE(ymDecodeBase64("YQ=").has_value());
-    EXPECT_FALSE(ymDecodeBase64("Y").has_value());
-    EXPECT_FALSE(ymDecodeBase64("YQ==YQ==").has_value());
+    EXPECT_FALSE(ymDecodeBase64("YQ==YQ==").has_value());  // padding only at the end
 }
 
-TEST(AppSignature, CommandLineIsTheSigningToolsAndEmptyPathsRunNothing)
-{
-    EXPECT_EQ(ymAppHelper::codeSignCommandLine("/Applications/My App.app"),
-              "/usr/bin/codesign -v --verbose=1  -R=\"anchor apple generic and certificate leaf[subject.OU] = "
-              "Q4W7N2R8TX\" \"/Applications/My App.app\"");
-    EXPECT_FALSE(ymAppHelper::sharedInstance()->checkAppCodeSign(std::string()));
-    EXPECT_FALSE(ymAppHelper::sharedInstance()->checkAppCodeSign(std::nullopt));
-    // This system has no signing tool: the shell fails to find it and the answer is NO.
-    if (access("/usr/bin/codesign", X_OK) != 0) {
-        ymtest::CapturedStderr log;
-        EXPECT_FALSE(ymAppHelper::sharedInstance()->checkAppCodeSign(std::string("/Applications/yumoapp.app")));
-        EXPECT_NE(log.text().find("codesign"), std::string::npos);  // the shell's complaint
-    }
-}
-
-// The signing tool is played by a script, seen only inside a private mount namespace: it writes
-// its arguments to a file and exits with the status the test chooses.
+// The signing tool is played by a script, seen only inside a private mount namespace (where ymctl
+// runs): it writes its arguments to a file and exits with the status the test chooses.
 TEST(AppSignature, AnswerIsTheSigningToolsExitStatus)
 {
-    ymtest::TemporaryDirectory folder;
-    const std::string overlay = folder.path();
+    EXPECT_EQ(ymAppHelper::codeSignCommandLine("/A.app"), "/usr/bin/codesign -v --verbose=1  -R=\"anchor apple generic and "
+                                                          "certificate leaf[subject.OU] = Q4W7N2R8TX\" \"/A.app\"");
+    EXPECT_FALSE(ymAppHelper::sharedInstance()->checkAppCodeSign(std::string()));  // runs nothing
+    EXPECT_FALSE(ymAppHelper::sharedInstance()->checkAppCodeSign(std::nullopt));
+    ymtest::TemporaryHome home;
+    const std::string overlay = home.path();
     std::filesystem::create_directories(overlay + "/upper");
     std::filesystem::create_directories(overlay + "/work");
     ymtest::writeFile(overlay + "/upper/codesign",
@@ -149,29 +129,26 @@ TEST(AppSignature, AnswerIsTheSigningToolsExitStatus)
     std::filesystem::permissions(overlay + "/upper/codesign", std::filesystem::perms(0755));
     setenv("CODESIGN_ARGUMENTS", (overlay + "/arguments").c_str(), 1);
     setenv("CODESIGN_STATUS", (overlay + "/status").c_str(), 1);
-
     auto runInNamespace = [&](const std::string &path) -> std::optional<std::string> {
         std::string script = "mount -t overlay overlay -o lowerdir=/usr/bin,upperdir='" + overlay + "/upper',workdir='" +
-                             overlay + "/work' /usr/bin && exec \"$0\" \"$1\"";
+                             overlay + "/work' /usr/bin && exec \"$0\" --json verify-app \"$1\"";
         ymtest::ChildProcess peer("/usr/bin/unshare", {"-m", "--propagation", "private", "/bin/sh", "-c", script,
-                                                       ymtest::helperProgram("codesign_peer"), path});
+                                                       ymtest::toolProgram("ymctl"), path});
         return peer.readLine();
     };
+    const std::string arguments = "-v\n--verbose=1\n-R=anchor apple generic and certificate leaf[subject.OU] = Q4W7N2R8TX\n";
     ymtest::writeFile(overlay + "/status", "0");
     std::optional<std::string> answer = runInNamespace("/Applications/My App.app");
     if (!answer)
         GTEST_SKIP() << "no private mount namespace here (needs root)";
-    EXPECT_EQ(answer, "YES");
-    EXPECT_EQ(ymtest::readFile(overlay + "/arguments"),
-              "-v\n--verbose=1\n-R=anchor apple generic and certificate leaf[subject.OU] = Q4W7N2R8TX\n/Applications/My App.app\n");
+    EXPECT_EQ(answer, R"({"signed":true})");
+    EXPECT_EQ(ymtest::readFile(overlay + "/arguments"), arguments + "/Applications/My App.app\n");
     ymtest::writeFile(overlay + "/status", "1");
-    EXPECT_EQ(runInNamespace("/Applications/My App.app"), "NO");
+    EXPECT_EQ(runInNamespace("/Applications/My App.app"), R"({"signed":false})");
     // A quote in the path is not escaped: the shell sees another command line.
     ymtest::writeFile(overlay + "/status", "0");
-    std::filesystem::remove(overlay + "/arguments");
-    EXPECT_EQ(runInNamespace("/x/My \"Quoted\" App.app"), "YES");
-    EXPECT_EQ(ymtest::readFile(overlay + "/arguments"),
-              "-v\n--verbose=1\n-R=anchor apple generic and certificate leaf[subject.OU] = Q4W7N2R8TX\n/x/My Quoted App.app\n");
+    EXPECT_EQ(runInNamespace("/x/My \"Quoted\" App.app"), R"({"signed":true})");
+    EXPECT_EQ(ymtest::readFile(overlay + "/arguments"), arguments + "/x/My Quoted App.app\n");
 }
 
 }  // namespace

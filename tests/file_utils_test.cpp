@@ -1,11 +1,11 @@
 // The exported file functions, on real files under a temporary folder.
 #include <YumoClientSdk/ymFileUtils.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/ymPropertyList.h"
+#include "support/Processes.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -15,21 +15,14 @@ protected:
     ymtest::TemporaryDirectory folder;
     std::string at(const std::string &name) const { return folder.path() + "/" + name; }
 
-    // A bundle whose Info.plist holds the given keys, in XML or binary form.
+    // A bundle whose Info.plist holds the version (when given), in XML or binary form.
     std::string makeBundle(const std::string &name, const std::optional<std::string> &version, bool binary)
     {
-        std::string bundle = at(name);
-        EXPECT_EQ(ymCreateDirection((bundle + "/Contents").c_str()), YES);
-        ymPropertyList::Node info(plist_new_dict());
-        plist_dict_set_item(info.get(), "CFBundleIdentifier", plist_new_string("com.example.app"));
-        if (version)
-            plist_dict_set_item(info.get(), "CFBundleVersion", plist_new_string(version->c_str()));
-        ymtest::writeFile(bundle + "/Contents/Info.plist", ymPropertyList::serialize(info.get(), binary));
-        return bundle;
+        return ymtest::makeAppBundle(folder.path(), name, "com.example.app", version, "app", "/bin/sleep", binary);
     }
 };
 
-TEST_F(FileUtils, ExistenceOfFilesFoldersAndNothing)
+TEST_F(FileUtils, ExistenceCreationListingAndDeletion)
 {
     ymtest::writeFile(at("file"), "x");
     EXPECT_EQ(ymIsFileExist(at("file").c_str()), YES);
@@ -40,10 +33,7 @@ TEST_F(FileUtils, ExistenceOfFilesFoldersAndNothing)
     EXPECT_EQ(ymIsDirection(at("file").c_str()), NO);
     EXPECT_EQ(ymIsDirection(at("missing").c_str()), NO);
     EXPECT_EQ(ymIsDirection(nullptr), NO);
-}
 
-TEST_F(FileUtils, CreatingAndDeletingFolders)
-{
     std::string nested = at("a/b/c");
     EXPECT_EQ(ymCreateDirection(nested.c_str()), YES);
     EXPECT_EQ(ymIsDirection(nested.c_str()), YES);
@@ -59,10 +49,7 @@ TEST_F(FileUtils, CreatingAndDeletingFolders)
     EXPECT_EQ(ymIsFileExist(at("a").c_str()), NO);
     EXPECT_EQ(ymDeleteFile(at("a").c_str()), NO);
     EXPECT_EQ(ymDeleteFile(nullptr), NO);
-}
 
-TEST_F(FileUtils, ListingAFolder)
-{
     EXPECT_EQ(ymCreateDirection(at("list").c_str()), YES);
     const char *const *empty = ymGetDirectoryItems(at("list").c_str());
     ASSERT_NE(empty, nullptr);
@@ -77,8 +64,7 @@ TEST_F(FileUtils, ListingAFolder)
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{"one", "two"}));
 
-    ymtest::writeFile(at("plain"), "x");
-    EXPECT_EQ(ymGetDirectoryItems(at("plain").c_str()), nullptr);
+    EXPECT_EQ(ymGetDirectoryItems(at("file").c_str()), nullptr);
     EXPECT_EQ(ymGetDirectoryItems(at("missing").c_str()), nullptr);
     EXPECT_EQ(ymGetDirectoryItems(nullptr), nullptr);
 }
@@ -156,14 +142,10 @@ TEST_F(FileUtils, CreatingFilesAndReadingSizes)
     EXPECT_EQ(ymGetFileSizeFromPath(at("missing").c_str()), 0);
     EXPECT_EQ(ymGetFileSizeFromPath(nullptr), 0);
     // Beyond 2 GiB the size is cut to 32 bits: 2^32 + 5 bytes read as 5 (a sparse file).
-    int fd = open(at("huge").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate(fd, (1LL << 32) + 5), 0);
-    close(fd);
+    ymtest::writeFile(at("huge"), "");
+    ASSERT_EQ(truncate(at("huge").c_str(), (1LL << 32) + 5), 0);
     EXPECT_EQ(ymGetFileSizeFromPath(at("huge").c_str()), 5);
-    fd = open(at("huge").c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_EQ(ftruncate(fd, (1LL << 31) + 1), 0);
-    close(fd);
+    ASSERT_EQ(truncate(at("huge").c_str(), (1LL << 31) + 1), 0);
     EXPECT_EQ(ymGetFileSizeFromPath(at("huge").c_str()), INT32_MIN + 1);
 }
 
@@ -180,6 +162,19 @@ TEST_F(FileUtils, BundleVersionFromXmlOrBinaryInfoPlist)
     ymtest::writeFile(at("junk.app/Contents/Info.plist"), "<?xml version=\"1.0\"?><plist><dict><key>");
     EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
     EXPECT_STREQ(ymGetFileVersion(nullptr), "");
+
+    // A key holding a zero character (the parser would abort on it) makes no property list: in XML
+    // a reference to 0 (after one to another character), in the binary form a long key with a 0.
+    ymtest::writeFile(at("junk.app/Contents/Info.plist"), "<plist><dict><key>CFBundleVersion</key><string>1&#65;</string>"
+                                                          "<key>K&#0;</key><string>x</string></dict></plist>");
+    EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
+    ymPropertyList::Node info(plist_new_dict());
+    plist_dict_set_item(info.get(), "CFBundleVersion", plist_new_string("9"));
+    plist_dict_set_item(info.get(), "KKKKKKKKKKKKKKKKKKKK", plist_new_string("x"));
+    std::string binary = ymPropertyList::serialize(info.get(), true);
+    binary[binary.find("KKKKKKKKKKKKKKKKKKKK") + 5] = '\0';
+    ymtest::writeFile(at("junk.app/Contents/Info.plist"), binary);
+    EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
 }
 
 }  // namespace

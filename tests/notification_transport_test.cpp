@@ -6,125 +6,79 @@
 #include <thread>
 
 #include "platform/ymNotificationCenter.h"
+#include "support/FacadeFixture.h"
 #include "support/Processes.h"
 #include "support/TestSupport.h"
 
 namespace {
 
 using Receiver = ymtest::MessageCollector;
+using UserInfo = ymNotificationCenter::UserInfo;
 
-class NotificationTransport : public ::testing::Test {
+class NotificationTransport : public ymtest::SessionTest {
 protected:
     void SetUp() override
     {
-        if (!ymNotificationCenter::defaultCenter().isConnected())
-            GTEST_SKIP() << "no session bus";
+        SessionTest::SetUp();
+        manager->setDelegate(receiver);
     }
+    ymtest::CapturedStderr log;
+    std::shared_ptr<Receiver> receiver = std::make_shared<Receiver>();
+    std::shared_ptr<ymIPCMsgMgr> manager = ymIPCMsgMgr::create();
 };
 
 TEST_F(NotificationTransport, MessagesCrossBetweenProcessesBothWays)
 {
-    ymtest::CapturedStderr log;
-    auto receiver = std::make_shared<Receiver>();
-    auto manager = ymIPCMsgMgr::create();
-    manager->setDelegate(receiver);
-
-    // The peer plays the meeting client and the host: whatever reaches it comes straight back
-    // under the matching answer name.
-    ymtest::ChildProcess client(ymtest::helperProgram("notification_peer"),
-                                {"echo", "YumoLauncher3rdSdkToYumoVideoClient", "YumoVideoClientToYumoLauncher3rdSdk"});
-    ASSERT_EQ(client.readLine(), "ready");
-    ymtest::ChildProcess host(ymtest::helperProgram("notification_peer"),
-                              {"echo", "YumoLauncher3rdSdkToYyhost", "YyhostToYumoLauncher3rdSdk"});
-    ASSERT_EQ(host.readLine(), "ready");
-
-    manager->sendIPCMessageToYumoClient(std::string(R"({"commandId":1,"from":1,"version":"1.0.0","data":""})"));
+    // The simulator plays a meeting client older than 5.6 and its host: it answers each message
+    // under the answer name of whom it was sent to.
+    ymtest::RunningClient client = ymtest::RunningClient::simulator("5.5.0");
+    const std::string request = R"({"commandId":1,"from":1,"version":"1.0.0","data":""})";
+    manager->sendIPCMessageToYumoClient(request);
+    EXPECT_EQ(client.process().readLine(), "received notification client: " + request);
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1; }));
-    EXPECT_EQ(client.readLine(), "echoed YumoLauncher3rdSdkToYumoVideoClient with 1 keys");
-    manager->sendIPCMessageToYyhost(std::string("to the host"));
+    EXPECT_NE(receiver->messages[0].find(R"("data":[{"PresenceStatus":1}])"), std::string::npos);
+    manager->sendIPCMessageToYyhost(std::string(R"({"commandId":2,"data":[{"AudioCmd":5}],"deviceName":"Headset"})"));
+    EXPECT_EQ(client.process().readLine(), R"(received notification host: {"commandId":2,"data":[{"AudioCmd":5}],"deviceName":"Headset"})");
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 2; }));
-    EXPECT_EQ(host.readLine(), "echoed YumoLauncher3rdSdkToYyhost with 1 keys");
-
-    EXPECT_EQ(receiver->messages[0], R"({"commandId":1,"from":1,"version":"1.0.0","data":""})");
-    EXPECT_EQ(receiver->messages[1], "to the host");
+    EXPECT_NE(receiver->messages[1].find(R"("data":[{"AudioCmd":5}])"), std::string::npos);
     for (std::thread::id id : receiver->threads)
         EXPECT_EQ(id, std::this_thread::get_id());  // delivered on the loop's thread
 
     std::string text = log.text();
-    EXPECT_NE(text.find(R"(<< -[ymIPCMsgMgr sendIPCMessageToYumoClient:]: content={"commandId":1,)"), std::string::npos);
-    EXPECT_NE(text.find("<< -[ymIPCMsgMgr sendIPCMessageToYyhost:]: content=to the host"), std::string::npos);
-    EXPECT_NE(text.find(">> -[ymIPCMsgMgr onYumoClientMessageResponse:]: dict = {\n    content = \"to the host\";\n}"),
+    EXPECT_NE(text.find("<< -[ymIPCMsgMgr sendIPCMessageToYumoClient:]: content=" + request), std::string::npos);
+    EXPECT_NE(text.find(">> -[ymIPCMsgMgr onYumoClientMessageResponse:]: dict = {\n    content = \"{\\\"commandId\\\":1,"),
               std::string::npos);
     EXPECT_EQ(ymtest::countLinesContaining(text, "-[ymIPCMsgMgr init]."), 1);
 }
 
-TEST_F(NotificationTransport, NotificationWithoutContentIsLoggedAndDropped)
+TEST_F(NotificationTransport, OnlyTheContentCrossesAndNamesAreReadAtEachUse)
 {
-    ymtest::CapturedStderr log;
-    auto receiver = std::make_shared<Receiver>();
-    auto manager = ymIPCMsgMgr::create();
-    manager->setDelegate(receiver);
     manager->cleanup();  // changes nothing: observation goes on
-
-    ymtest::ChildProcess poster(ymtest::helperProgram("notification_peer"),
-                                {"post", "YyhostToYumoLauncher3rdSdk", "other", "x"});
-    EXPECT_EQ(poster.wait(), 0);
-    ymtest::ChildProcess second(ymtest::helperProgram("notification_peer"),
-                                {"post", "YumoVideoClientToYumoLauncher3rdSdk", "content", "second"});
-    EXPECT_EQ(second.wait(), 0);
-    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1; }));
-    EXPECT_EQ(receiver->messages[0], "second");
-    EXPECT_NE(log.text().find("dict = {\n    other = x;\n}"), std::string::npos);
-}
-
-TEST_F(NotificationTransport, PostsCarryOnlyTheContentAndNamesAreReadAtEachUse)
-{
+    auto lateReceiver = std::make_shared<Receiver>();
+    ymIPCMsgMgr::create()->setDelegate(lateReceiver);  // a manager released at once stops hearing
+    std::vector<std::pair<std::string, UserInfo>> seen;
+    auto record = [&](const std::string &name, const UserInfo &userInfo) { seen.emplace_back(name, userInfo); };
     ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
-    std::vector<std::pair<std::string, ymNotificationCenter::UserInfo>> seen;
-    auto record = [&](const std::string &name, const ymNotificationCenter::UserInfo &userInfo) {
-        seen.emplace_back(name, userInfo);
-    };
     center.addObserver("YumoLauncher3rdSdkToYyhost", record);
     center.addObserver("RenamedClientName", record);
-    auto manager = ymIPCMsgMgr::create();
-
-    ymtest::CapturedStderr log;
+    center.post("YyhostToYumoLauncher3rdSdk", UserInfo{{"other", "x"}});
+    center.post("YumoVideoClientToYumoLauncher3rdSdk", UserInfo{{"content", "second"}});
     manager->sendIPCMessageToYyhost(std::string("payload"));
     manager->sendIPCMessageToYumoClient(std::nullopt);  // nil: no user information at all
     const char *saved = NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT;
     NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT = "RenamedClientName";
     manager->sendIPCMessageToYumoClient(std::string("renamed"));
     NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT = saved;
-
-    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return seen.size() == 2; }));
-    EXPECT_EQ(seen[0].first, "YumoLauncher3rdSdkToYyhost");
-    EXPECT_EQ(seen[0].second, (ymNotificationCenter::UserInfo{{"content", "payload"}}));
-    EXPECT_EQ(seen[1].first, "RenamedClientName");
-    EXPECT_EQ(seen[1].second, (ymNotificationCenter::UserInfo{{"content", "renamed"}}));
-    EXPECT_NE(log.text().find("<< -[ymIPCMsgMgr sendIPCMessageToYumoClient:]: content=(null)"), std::string::npos);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1 && seen.size() == 2; }));
+    EXPECT_EQ(receiver->messages[0], "second");
+    EXPECT_TRUE(lateReceiver->messages.empty());
+    EXPECT_EQ(seen[0], (std::pair<std::string, UserInfo>{"YumoLauncher3rdSdkToYyhost", {{"content", "payload"}}}));
+    EXPECT_EQ(seen[1], (std::pair<std::string, UserInfo>{"RenamedClientName", {{"content", "renamed"}}}));
+    std::string text = log.text();
+    EXPECT_NE(text.find("dict = {\n    other = x;\n}"), std::string::npos);
+    EXPECT_NE(text.find("-[ymIPCMsgMgr dealloc]."), std::string::npos);
+    EXPECT_NE(text.find("<< -[ymIPCMsgMgr sendIPCMessageToYumoClient:]: content=(null)"), std::string::npos);
 }
-
-TEST_F(NotificationTransport, ManagerThatIsGoneStopsHearing)
-{
-    auto receiver = std::make_shared<Receiver>();
-    {
-        ymtest::CapturedStderr log;
-        auto manager = ymIPCMsgMgr::create();
-        manager->setDelegate(receiver);
-        manager.reset();
-        EXPECT_NE(log.text().find("-[ymIPCMsgMgr dealloc]."), std::string::npos);
-    }
-    auto witness = ymIPCMsgMgr::create();
-    auto witnessReceiver = std::make_shared<Receiver>();
-    witness->setDelegate(witnessReceiver);
-    ymNotificationCenter::defaultCenter().post("YumoVideoClientToYumoLauncher3rdSdk", ymNotificationCenter::UserInfo{{"content", "late"}});
-    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return witnessReceiver->messages.size() == 1; }));
-    EXPECT_TRUE(receiver->messages.empty());
-}
-
-}  // namespace
-
-namespace {
 
 TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)
 {
@@ -132,7 +86,7 @@ TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
     EXPECT_FALSE(ymNotificationCenter::defaultCenter().isConnected());
     // Observers are kept for when a bus comes.
-    EXPECT_NE(ymNotificationCenter::defaultCenter().addObserver("x", [](const std::string &, const ymNotificationCenter::UserInfo &) {}), 0u);
+    EXPECT_NE(ymNotificationCenter::defaultCenter().addObserver("x", [](const std::string &, const UserInfo &) {}), 0u);
     ymtest::CapturedStderr log;
     auto manager = ymIPCMsgMgr::create();
     manager->sendIPCMessageToYumoClient(std::string("nobody hears this"));

@@ -1,7 +1,11 @@
-// The socket server and client over real Unix-domain sockets in temporary folders.
+// The socket server and client, and the channel over them (its message boundary rule, delivery on
+// the main loop, the socket paths), over real Unix-domain sockets in temporary folders.
+#include <YumoClientSdk/YMSocketIPCChannel.h>
+#include <YumoClientSdk/YMSocketIPCHelper.h>
 #include <YumoClientSdk/ySocketClientImpl.h>
 #include <YumoClientSdk/ySocketServerImpl.h>
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sys/socket.h>
@@ -39,24 +43,32 @@ private:
     std::vector<std::string> _texts;
 };
 
-bool socketFileExists(const std::string &path)
-{
-    struct stat status;
-    return stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
-}
-
-std::shared_ptr<ySocketServerImpl_SDK> startServer(const std::string &path, const std::shared_ptr<Recorder> &recorder)
+// A server on the path, not started yet.
+std::shared_ptr<ySocketServerImpl_SDK> makeServer(const std::string &path,
+                                                  const std::shared_ptr<Recorder> &recorder = std::make_shared<Recorder>())
 {
     auto server = ySocketServerImpl_SDK::create();
     server->setSocketPath(path);
     server->setDelegate(recorder);
-    std::thread([server] { server->start(); }).detach();
-    EXPECT_TRUE(eventually([&] { return socketFileExists(path); }));
     return server;
 }
 
-// A client connected to the path, with its reader running.
-std::shared_ptr<ySocketClientImpl_SDK> connectedClient(const std::string &path, const std::shared_ptr<Recorder> &recorder)
+// Starts the server on a thread of its own, as the channel does.
+void start(const std::shared_ptr<ySocketServerImpl_SDK> &server) { std::thread([server] { server->start(); }).detach(); }
+
+// A server listening on the path.
+std::shared_ptr<ySocketServerImpl_SDK> startServer(const std::string &path,
+                                                   const std::shared_ptr<Recorder> &recorder = std::make_shared<Recorder>())
+{
+    auto server = makeServer(path, recorder);
+    start(server);
+    EXPECT_TRUE(eventually([&] { return ymtest::isSocketFile(path); }));
+    return server;
+}
+
+// A client for the path; it connects when it first sends.
+std::shared_ptr<ySocketClientImpl_SDK> makeClient(const std::string &path,
+                                                  const std::shared_ptr<Recorder> &recorder = std::make_shared<Recorder>())
 {
     auto client = ySocketClientImpl_SDK::create();
     client->setSocketPath(path);
@@ -76,14 +88,14 @@ class SocketTransport : public ::testing::Test {
 protected:
     ymtest::TemporaryDirectory folder;
     std::string path = folder.path() + "/s.test";
+    std::shared_ptr<Recorder> serverSide = std::make_shared<Recorder>();
 };
 
-TEST_F(SocketTransport, ClientAndServerExchangeTextBothWays)
+TEST_F(SocketTransport, ClientAndServerExchangeTextBothWaysUpToTheSizeLimit)
 {
-    auto serverSide = std::make_shared<Recorder>();
     auto clientSide = std::make_shared<Recorder>();
     auto server = startServer(path, serverSide);
-    auto client = connectedClient(path, clientSide);
+    auto client = makeClient(path, clientSide);
 
     // Not connected yet: the first send makes the attempt, waits for it, and writes.
     EXPECT_TRUE(client->send(std::string("hello server")));
@@ -100,44 +112,20 @@ TEST_F(SocketTransport, ClientAndServerExchangeTextBothWays)
     EXPECT_TRUE(client->send(std::string("second")));
     ASSERT_TRUE(eventually([&] { return serverSide->count() == 2; }));
     EXPECT_EQ(serverSide->texts()[1], "second");
-}
 
-TEST_F(SocketTransport, LargeMessageIsGatheredUntilTheDelegateTakesIt)
-{
-    const std::string large(20000, 'L');
-    auto serverSide = std::make_shared<Recorder>();
-    serverSide->rule = [&](const std::string &text) { return text.size() >= large.size() ? 0 : -1; };
-    auto server = startServer(path, serverSide);
-    int peer = ymtest::connectTo(path);
-    ASSERT_TRUE(ymtest::writeText(peer, large));
-
-    ASSERT_TRUE(eventually([&] { return !serverSide->texts().empty() && serverSide->texts().back().size() == large.size(); }));
-    std::vector<std::string> texts = serverSide->texts();
-    EXPECT_GE(texts.size(), 3u);  // at most 8,191 bytes per read
-    for (size_t i = 1; i < texts.size(); ++i)
-        EXPECT_GT(texts[i].size(), texts[i - 1].size());  // each call sees everything gathered so far
-    EXPECT_EQ(texts.back(), large);
-    close(peer);
-}
-
-TEST_F(SocketTransport, TwoMessagesInOneReadAreHandedOverAsOneText)
-{
-    auto clientSide = std::make_shared<Recorder>();
-    int listening = ymtest::listenOn(path);
-    auto client = connectedClient(path, clientSide);
-    std::thread connecting([client] { client->connect(); });
-    int peer = ymtest::acceptOne(listening);
-    ASSERT_TRUE(ymtest::writeText(peer, "{\"commandId\":1}{\"commandId\":2}"));
-    ASSERT_TRUE(eventually([&] { return clientSide->count() == 1; }));
-    EXPECT_EQ(clientSide->texts()[0], "{\"commandId\":1}{\"commandId\":2}");
-    close(peer);
-    connecting.join();  // the reader ends when the peer closes
-    close(listening);
+    // 65,535 bytes do not fit with the terminating zero: nothing is sent, the empty write
+    // succeeds, and the answer is YES.
+    EXPECT_TRUE(client->send(std::string(65535, 'x')));
+    // 65,534 bytes do fit and arrive whole.
+    serverSide->rule = [](const std::string &text) { return text.size() == 65534 ? 0 : -1; };
+    EXPECT_TRUE(client->send(std::string(65534, 'y')));
+    ASSERT_TRUE(eventually([&] { return !serverSide->texts().empty() && serverSide->texts().back().size() == 65534; }));
+    for (const std::string &text : serverSide->texts())
+        EXPECT_EQ(text.find('x'), std::string::npos);
 }
 
 TEST_F(SocketTransport, ChunkThatIsNotUtf8IsDroppedButTheDelegateIsStillAsked)
 {
-    auto serverSide = std::make_shared<Recorder>();
     serverSide->rule = [](const std::string &) { return -1; };
     auto server = startServer(path, serverSide);
     int peer = ymtest::connectTo(path);
@@ -151,23 +139,11 @@ TEST_F(SocketTransport, ChunkThatIsNotUtf8IsDroppedButTheDelegateIsStillAsked)
     close(peer);
 }
 
-TEST_F(SocketTransport, SendWithoutServerFailsAndTriesAgainNextTime)
-{
-    ymtest::CapturedStderr log;
-    auto client = connectedClient(path, std::make_shared<Recorder>());
-    EXPECT_FALSE(client->send(std::string("lost")));
-    EXPECT_FALSE(client->send(std::string("lost again")));
-    std::string text = log.text();
-    EXPECT_EQ(ymtest::countLinesContaining(text, "socket connect -1 is not ready, need connect it again!"), 2);
-    EXPECT_EQ(ymtest::countLinesContaining(text, "-[ySocketClientImpl_SDK connect]: connect error"), 2);
-}
-
 TEST_F(SocketTransport, WritesToAPeerThatStoppedReadingNeverRaiseSigpipe)
 {
     // SIGPIPE keeps its default action, which would end this process.
     signal(SIGPIPE, SIG_DFL);
     ymtest::CapturedStderr log;
-    auto serverSide = std::make_shared<Recorder>();
     auto server = startServer(path, serverSide);
     int live = ymtest::connectTo(path);
     int halfOpen = ymtest::connectTo(path);
@@ -184,7 +160,7 @@ TEST_F(SocketTransport, WritesToAPeerThatStoppedReadingNeverRaiseSigpipe)
 
     // The client answers YES for a failed write of a non-empty text.
     int listening = ymtest::listenOn(folder.path() + "/s.client");
-    auto client = connectedClient(folder.path() + "/s.client", std::make_shared<Recorder>());
+    auto client = makeClient(folder.path() + "/s.client");
     ASSERT_TRUE(client->send(std::string("x")));
     int peer = ymtest::acceptOne(listening);
     shutdown(peer, SHUT_RD);
@@ -195,38 +171,19 @@ TEST_F(SocketTransport, WritesToAPeerThatStoppedReadingNeverRaiseSigpipe)
     close(listening);
 }
 
-TEST_F(SocketTransport, OversizedTextLeavesNothing)
-{
-    auto serverSide = std::make_shared<Recorder>();
-    auto server = startServer(path, serverSide);
-    auto client = connectedClient(path, std::make_shared<Recorder>());
-    // 65,535 bytes do not fit with the terminating zero: nothing is sent, the empty write
-    // succeeds, and the answer is YES.
-    EXPECT_TRUE(client->send(std::string(65535, 'x')));
-    // 65,534 bytes do fit and arrive whole.
-    serverSide->rule = [](const std::string &text) { return text.size() == 65534 ? 0 : -1; };
-    EXPECT_TRUE(client->send(std::string(65534, 'y')));
-    ASSERT_TRUE(eventually([&] { return !serverSide->texts().empty() && serverSide->texts().back().size() == 65534; }));
-    for (const std::string &text : serverSide->texts())
-        EXPECT_EQ(text.find('x'), std::string::npos);
-}
-
 TEST_F(SocketTransport, PathLengthIsCountedInUtf16Units)
 {
     ymtest::CapturedStderr log;
     // 103 units are accepted, 104 refused before any socket exists.
     std::string accepted = pathOfLength(folder.path(), 103);
-    startServer(accepted, std::make_shared<Recorder>());
-    EXPECT_TRUE(socketFileExists(accepted));
+    startServer(accepted);
+    EXPECT_TRUE(ymtest::isSocketFile(accepted));
 
-    auto refused = ySocketServerImpl_SDK::create();
-    refused->setSocketPath(pathOfLength(folder.path(), 104));
-    EXPECT_FALSE(refused->start());
+    EXPECT_FALSE(makeServer(pathOfLength(folder.path(), 104))->start());
     EXPECT_NE(log.text().find("-[ySocketServerImpl_SDK start]: socket path is too long!, len = 104"), std::string::npos);
-    EXPECT_FALSE(ymtest::eventually([&] { return socketFileExists(pathOfLength(folder.path(), 104)); },
-                                    std::chrono::milliseconds(0)));
+    EXPECT_FALSE(ymtest::isSocketFile(pathOfLength(folder.path(), 104)));
 
-    auto client = connectedClient(pathOfLength(folder.path(), 104), std::make_shared<Recorder>());
+    auto client = makeClient(pathOfLength(folder.path(), 104));
     EXPECT_FALSE(client->send(std::string("x")));
     EXPECT_NE(log.text().find("-[ySocketClientImpl_SDK connect]: socket_path len = 104, too long"), std::string::npos);
 
@@ -236,45 +193,18 @@ TEST_F(SocketTransport, PathLengthIsCountedInUtf16Units)
     while (wide.size() <= 103)
         wide += "\xc3\xa9";  // é: two bytes, one unit
     ASSERT_LT(prefix + (wide.size() - prefix) / 2, 104u);
-    auto cut = ySocketServerImpl_SDK::create();
-    cut->setSocketPath(wide);
-    std::thread([cut] { cut->start(); }).detach();
-    EXPECT_TRUE(eventually([&] { return socketFileExists(wide.substr(0, 103)); }));
-    EXPECT_FALSE(socketFileExists(wide));
-}
-
-TEST_F(SocketTransport, StaleSocketFileIsTakenOver)
-{
-    ymtest::writeFile(path, "stale");
-    auto firstSide = std::make_shared<Recorder>();
-    auto first = startServer(path, firstSide);
-
-    auto secondSide = std::make_shared<Recorder>();
-    auto second = ySocketServerImpl_SDK::create();
-    second->setSocketPath(path);
-    second->setDelegate(secondSide);
-    std::thread([second] { second->start(); }).detach();
-    // The second server removed the first one's file and bound its own: new peers reach it.
-    ASSERT_TRUE(eventually([&] {
-        int fd = ymtest::connectTo(path);
-        if (fd < 0)
-            return false;
-        ymtest::writeText(fd, "who?");
-        close(fd);
-        return secondSide->count() > 0;
-    }));
+    start(makeServer(wide));
+    EXPECT_TRUE(eventually([&] { return ymtest::isSocketFile(wide.substr(0, 103)); }));
+    EXPECT_FALSE(ymtest::isSocketFile(wide));
 }
 
 TEST_F(SocketTransport, EndClosesEverythingOnceAndReadersFinish)
 {
     ymtest::CapturedStderr log;
-    auto serverSide = std::make_shared<Recorder>();
-    auto server = ySocketServerImpl_SDK::create();
-    server->setSocketPath(path);
-    server->setDelegate(serverSide);
+    auto server = makeServer(path, serverSide);
     EXPECT_FALSE(server->end());  // never started
-    std::thread([server] { server->start(); }).detach();
-    ASSERT_TRUE(eventually([&] { return socketFileExists(path); }));
+    start(server);
+    ASSERT_TRUE(eventually([&] { return ymtest::isSocketFile(path); }));
     int peer = ymtest::connectTo(path);
     ASSERT_TRUE(ymtest::writeText(peer, "x"));
     ASSERT_TRUE(eventually([&] { return serverSide->count() == 1; }));
@@ -292,6 +222,95 @@ TEST_F(SocketTransport, EndClosesEverythingOnceAndReadersFinish)
     ASSERT_TRUE(eventually([&] { return log.text().find("accept error, discard!") != std::string::npos; }));
     close(peer);
     log.keepAwayFromTerminal();
+}
+
+TEST(IPCChannel, BoundaryRuleNeedsTheKeyAndAClosingBraceAndNilIsRefused)
+{
+    ymtest::CapturedStderr log;
+    auto channel = YMSocketIPCChannel_SDK::create();
+    ymtest::MessageCollector collector;
+    channel->setDelegate(&collector);
+    EXPECT_EQ(channel->onMessageRecieved("{\"from\":1}"), -1);               // no key
+    EXPECT_EQ(channel->onMessageRecieved("{\"commandId\":1,\"data\":[{"), -1);  // not closed
+    EXPECT_EQ(channel->onMessageRecieved(""), -1);                          // nothing gathered
+    EXPECT_EQ(channel->onMessageRecieved(" \r\n\t "), -1);                  // only blanks
+    EXPECT_EQ(channel->onMessageRecieved("{\"commandId\":1}\r\n  "), 0);     // trailing blanks kept
+    EXPECT_EQ(channel->onMessageRecieved("{\"x\":\"commandId\"}"), 0);       // the key inside a value
+    EXPECT_EQ(channel->onMessageRecieved("{\"commandId\":1,\"data\":[{\"a\":1}"), 0);  // cut after an inner }
+    EXPECT_EQ(ymtest::countLinesContaining(log.text(), "-[YMSocketIPCChannel_SDK onMessageRecieved:]: recieved msg: "), 7);
+
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return collector.messages.size() == 3; }));
+    EXPECT_EQ(collector.messages[0], "{\"commandId\":1}\r\n  ");
+    EXPECT_EQ(collector.messages[2], "{\"commandId\":1,\"data\":[{\"a\":1}");
+
+    // Without a delegate a whole message is dropped, and gathering starts afresh.
+    channel->setDelegate(nullptr);
+    EXPECT_EQ(channel->onMessageRecieved("{\"commandId\":2}"), 0);
+
+    EXPECT_EQ(YMSocketIPCChannel_SDK::ipcClientWithSocketPath(std::nullopt), nullptr);
+    EXPECT_EQ(YMSocketIPCChannel_SDK::ipcServerWithSocketPath(std::string()), nullptr);
+    auto idle = YMSocketIPCChannel_SDK::create();
+    idle->sendMessage(std::nullopt);
+    idle->sendMessage(std::string("{}"));  // neither socket: nothing happens
+    std::string text = log.text();
+    EXPECT_EQ(ymtest::countLinesContaining(text, "-[YMSocketIPCChannel_SDK initIPCClientWithSocketPath:]: socketPath is nil"), 1);
+    EXPECT_EQ(ymtest::countLinesContaining(text, "-[YMSocketIPCChannel_SDK initIPCServerWithSocketPath:]: socketPath is nil"), 1);
+    EXPECT_EQ(ymtest::countLinesContaining(text, "-[YMSocketIPCChannel_SDK sendMessage:]: message is nil"), 1);
+}
+
+TEST(IPCChannel, MessagesReachTheDelegateOnTheLoopThreadInOrder)
+{
+    ymtest::TemporaryDirectory folder;
+    const std::string path = folder.path() + "/s.channel";
+    ymtest::MessageCollector onServer;
+    auto server = YMSocketIPCChannel_SDK::ipcServerWithSocketPath(path);
+    ASSERT_NE(server, nullptr);
+    server->setDelegate(&onServer);
+    ASSERT_TRUE(ymtest::eventually([&] { return ymtest::isSocketFile(path); }));
+    auto client = YMSocketIPCChannel_SDK::ipcClientWithSocketPath(path);
+    ASSERT_NE(client, nullptr);
+
+    // Sent from another thread; delivered on this one, which runs the loop. Messages that arrived
+    // together come as one text; none is lost and the order holds.
+    std::string expected;
+    for (int i = 1; i <= 20; ++i)
+        expected += "{\"commandId\":" + std::to_string(i) + "}";
+    std::thread sender([&] {
+        for (int i = 1; i <= 20; ++i)
+            client->sendMessage("{\"commandId\":" + std::to_string(i) + "}");
+    });
+    auto all = [&] {
+        std::string joined;
+        for (const std::string &message : onServer.messages)
+            joined += message;
+        return joined;
+    };
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return all().size() >= expected.size(); }));
+    sender.join();
+    EXPECT_EQ(all(), expected);
+    for (std::thread::id id : onServer.threads)
+        EXPECT_EQ(id, std::this_thread::get_id());
+}
+
+TEST(SocketPaths, LiveInTheGroupContainerCreatedPrivateAndAreNilWithoutOne)
+{
+    ymtest::TemporaryHome home;
+    std::optional<std::string> container = YMSocketIPCHelper_SDK::groupContainerDir();
+    ASSERT_EQ(container, home.groupContainer());
+    struct stat status;
+    ASSERT_EQ(stat(container->c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0700u);
+    EXPECT_EQ(YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient(), home.groupContainer() + "/s.yumoclient");
+    EXPECT_EQ(YMSocketIPCHelper_SDK::ipcSocketPathForYyHost(), home.groupContainer() + "/s.yyhost");
+
+    // The container cannot be made, then there is no home at all.
+    std::filesystem::remove_all(home.path() + "/Library");
+    ymtest::writeFile(home.path() + "/Library", "a file where the folder should be");
+    EXPECT_FALSE(YMSocketIPCHelper_SDK::groupContainerDir().has_value());
+    EXPECT_FALSE(YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient().has_value());
+    unsetenv("HOME");
+    EXPECT_FALSE(YMSocketIPCHelper_SDK::ipcSocketPathForYyHost().has_value());
+    EXPECT_EQ(YMSocketIPCChannel_SDK::ipcClientWithSocketPath(YMSocketIPCHelper_SDK::ipcSocketPathForYyHost()), nullptr);
 }
 
 }  // namespace

@@ -16,13 +16,12 @@ HOME = tempfile.mkdtemp(prefix="ympython-")
 os.environ["HOME"] = HOME
 import yumoclientsdk as ym  # noqa: E402
 
-SIMULATOR = os.environ.get("YMSIM") or shutil.which("ymsim")
-
 
 @pytest.fixture(scope="module")
 def client():
     """The simulator installed as 5.6 and serving; stopped at the end."""
-    subprocess.run([SIMULATOR, "install", "--version", "5.6.0"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run([os.environ.get("YMSIM") or shutil.which("ymsim"), "install", "--version", "5.6.0"],
+                   check=True, stdout=subprocess.DEVNULL)
     executable = os.path.join(HOME, "Applications", "yumoapp.app", "Contents", "MacOS", "yumoapp")
     process = subprocess.Popen([executable, "--presence", "3", "--quiet"], stdout=subprocess.PIPE, text=True)
     assert process.stdout.readline().strip() == "ready"
@@ -31,39 +30,14 @@ def client():
     process.wait()
 
 
-def test_registration_is_kept_in_this_process_and_in_the_shared_list(client):
-    assert ym.register_audio_device("Headset", "1", 2830, 3)
-    assert ym.register_audio_device("Dock", "2", "0x0B0E", "7")  # identifiers as texts
-    assert not ym.register_audio_device("", "3", 1, 1)
-    assert ym.is_registered_device("Headset", "1")
-    assert not ym.is_registered_device("Headset", "2")
-    with open(os.path.join(HOME, "Library", "Preferences", "YumoClientSdk.ShareData.plist"), encoding="utf-8") as suite:
-        stored = suite.read()
-    assert "Headset" in stored and "Dock" in stored and "0x0B0E" in stored
-
-
-def test_presence_answer_reaches_the_callable(client):
+def test_presence_answer_reaches_the_callable_and_its_errors_the_loop(client):
     answers = []
     ym.on_presence_status(answers.append)
     assert ym.get_im_presence_status() == ym.COMMAND_SENT
     assert ym.run_until(lambda: answers, 20)
     assert answers[0] == ym.PresenceStatus(error=False, code=1, text="OK", presence_status=3)
 
-
-def test_audio_events_reach_only_registered_devices(client):
-    events = []
-    ym.on_audio_info(events.append)
-    ym.register_audio_device("Headset", "1", 2830, 3)
-    # Another companion's device: the simulator answers, and the event is not delivered here.
-    assert ym.set_audio_cmd(7, "9", "Speaker", 2830, 4) == ym.COMMAND_SENT
-    ym.run(0.5)
-    assert events == []
-    assert ym.set_audio_cmd(5, "1", "Headset", 2830, 3) == ym.COMMAND_SENT
-    assert ym.run_until(lambda: events, 20)
-    assert events == [ym.AudioInfo(audio_cmd=5, device_index="1", device_name="Headset")]
-
-
-def test_a_callable_that_raises_is_heard_from(client):
+    # A callable that raises is heard from: its error comes out of the loop.
     def broken(_status):
         raise RuntimeError("the companion's own mistake")
     ym.on_presence_status(broken)
@@ -71,6 +45,24 @@ def test_a_callable_that_raises_is_heard_from(client):
     with pytest.raises(RuntimeError, match="own mistake"):
         ym.run_until(lambda: False, 20)
     ym.on_presence_status(None)
+
+
+def test_audio_events_reach_only_devices_registered_here(client):
+    events = []
+    ym.on_audio_info(events.append)
+    assert ym.register_audio_device("Headset", "1", 2830, 3)
+    assert ym.register_audio_device("Dock", "2", "0x0B0E", "7")  # identifiers as texts
+    assert not ym.register_audio_device("", "3", 1, 1)
+    assert ym.is_registered_device("Headset", "1") and not ym.is_registered_device("Headset", "2")
+    with open(os.path.join(HOME, "Library", "Preferences", "YumoClientSdk.ShareData.plist"), encoding="utf-8") as suite:
+        assert "0x0B0E" in suite.read()
+    # Another companion's device: the simulator answers, and the event is not delivered here.
+    assert ym.set_audio_cmd(7, "9", "Speaker", 2830, 4) == ym.COMMAND_SENT
+    ym.run(0.5)
+    assert events == []
+    assert ym.set_audio_cmd(5, "1", "Headset", 2830, 3) == ym.COMMAND_SENT
+    assert ym.run_until(lambda: events, 20)
+    assert events == [ym.AudioInfo(audio_cmd=5, device_index="1", device_name="Headset")]
 
 
 def test_status_5_when_the_client_is_gone(client):

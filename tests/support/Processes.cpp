@@ -120,17 +120,17 @@ std::string applicationsFolder()
     return std::string(home ? home : "") + "/Applications";
 }
 
-bool clientIsRunning()
+bool clientIsRunning(const std::string &bundle)
 {
-    return eventually([] {
-               for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
-                   std::error_code error;
-                   std::filesystem::path exe = std::filesystem::read_symlink(entry.path() / "exe", error);
-                   if (!error && exe.string().find(applicationsFolder() + "/yumoapp.app/Contents/MacOS/") == 0)
-                       return true;
-               }
-               return false;
-           });
+    return eventually([&] {
+        for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+            std::error_code error;
+            std::filesystem::path exe = std::filesystem::read_symlink(entry.path() / "exe", error);
+            if (!error && exe.string().find(bundle + "/Contents/MacOS/") == 0)
+                return true;
+        }
+        return false;
+    });
 }
 
 }  // namespace
@@ -146,13 +146,14 @@ RunningClient RunningClient::simulator(const std::string &version, const std::ve
     return RunningClient(std::move(process));
 }
 
-RunningClient RunningClient::silent(const std::string &version)
+RunningClient RunningClient::silent(const std::string &version, const std::optional<std::string> &folder)
 {
+    std::string where = folder.value_or(applicationsFolder());
     std::error_code ignored;
-    std::filesystem::remove_all(applicationsFolder() + "/yumoapp.app", ignored);
-    std::string bundle = makeAppBundle(applicationsFolder(), "yumoapp.app", "com.yumocorp.yumoapp", version);
+    std::filesystem::remove_all(where + "/yumoapp.app", ignored);
+    std::string bundle = makeAppBundle(where, "yumoapp.app", "com.yumocorp.yumoapp", version);
     auto process = std::make_unique<ChildProcess>(bundle + "/Contents/MacOS/yumoapp", std::vector<std::string>{"300"});
-    if (!clientIsRunning())
+    if (!clientIsRunning(bundle))
         throw std::runtime_error("the client process did not show");
     return RunningClient(std::move(process));
 }

@@ -52,7 +52,8 @@ public:
     // arguments go to the simulator.
     static RunningClient simulator(const std::string &version, const std::vector<std::string> &arguments = {});
     // A bundle of the given version whose executable only sleeps: running, but answering nothing.
-    static RunningClient silent(const std::string &version);
+    // It is installed in `folder` (by default $HOME/Applications).
+    static RunningClient silent(const std::string &version, const std::optional<std::string> &folder = std::nullopt);
 
     ChildProcess &process() { return *_process; }
 

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -18,6 +19,12 @@ sockaddr_un addressOf(const std::string &path)
 }
 
 }  // namespace
+
+bool isSocketFile(const std::string &path)
+{
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
 
 int connectTo(const std::string &path)
 {

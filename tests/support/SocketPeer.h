@@ -5,6 +5,9 @@
 
 namespace ymtest {
 
+// Whether a socket file is at the path.
+bool isSocketFile(const std::string &path);
+
 // Connects to the path; -1 on failure.
 int connectTo(const std::string &path);
 

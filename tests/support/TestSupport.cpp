@@ -30,6 +30,9 @@ TemporaryHome::TemporaryHome() : _path(makeTemporaryDirectory("ymhome-"))
     if (home)
         _previousHome = home;
     setenv("HOME", _path.c_str(), 1);
+    // The system language is the test's to choose, never the user's.
+    for (const char *name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES"})
+        unsetenv(name);
 }
 
 TemporaryHome::~TemporaryHome()
@@ -112,6 +115,8 @@ void writeFile(const std::string &path, const std::string &content)
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << content;
 }
+
+long openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
 
 int countLinesContaining(const std::string &text, const std::string &needle)
 {

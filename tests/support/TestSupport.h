@@ -25,7 +25,8 @@ public:
     }
 };
 
-// A fresh folder that $HOME points at while the object lives; removed afterwards.
+// A fresh folder that $HOME points at while the object lives; removed afterwards. The locale
+// variables that would name the system language are cleared.
 class TemporaryHome {
 public:
     TemporaryHome();
@@ -76,6 +77,9 @@ bool runMainLoopUntil(const std::function<bool()> &condition, std::chrono::milli
 
 std::string readFile(const std::string &path);
 void writeFile(const std::string &path, const std::string &content);
+
+// The number of descriptors this process has open.
+long openDescriptors();
 
 // Counts the lines of `text` that contain `needle`.
 int countLinesContaining(const std::string &text, const std::string &needle);

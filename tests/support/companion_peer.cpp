@@ -1,8 +1,5 @@
 // A second companion process for the facade tests.
 //
-//   companion_peer register NAME INDEX VID PID [cleanup]
-//       registers the device through the facade (and, with "cleanup", cleans up again before it
-//       exits); prints YES or NO as RegisterAudioDevice answered.
 //   companion_peer bulk-register PREFIX COUNT
 //       registers devices PREFIX-0 .. PREFIX-(COUNT-1) one after another; prints how many it got YES for.
 //   companion_peer bulk-cleanup PREFIX COUNT
@@ -10,7 +7,6 @@
 //   companion_peer held-until-exit NAME INDEX
 //       registers the device on a facade of its own kept in a static, and just returns: the
 //       facade is released, and cleans up, while the process exits.
-#include <YumoClientSdk/ymMainLoop.h>
 #include <YumoClientSdk/ymSdkImplement.h>
 #include <cstdio>
 #include <cstdlib>
@@ -40,14 +36,6 @@ int main(int argc, char **argv)
         std::printf("%s\n", facade->RegisterAudioDevice(argv[2], argv[3], 1, 1) ? "YES" : "NO");
         return 0;
     }
-    if (argc < 6 || std::strcmp(argv[1], "register") != 0) {
-        std::fprintf(stderr, "usage: companion_peer register NAME INDEX VID PID [cleanup]\n");
-        return 64;
-    }
-    ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
-    bool registered = sdk->RegisterAudioDevice(argv[2], argv[3], std::atoll(argv[4]), std::atoll(argv[5]));
-    if (argc > 6 && std::strcmp(argv[6], "cleanup") == 0)
-        sdk->CleanupAudioDevices();
-    std::printf("%s\n", registered ? "YES" : "NO");
-    return 0;
+    std::fprintf(stderr, "usage: companion_peer bulk-register|bulk-cleanup PREFIX COUNT | held-until-exit NAME INDEX\n");
+    return 64;
 }

@@ -1,11 +1,16 @@
-// Writes xar archives for the signature tests: a header, a zlib-compressed XML table of contents
-// holding the signature elements asked for, and a small heap.
+// Signed installer packages for the signature tests: certificate chains made with OpenSSL, and
+// xar archives (a header, a zlib-compressed XML table of contents holding the signature elements
+// asked for, and a small heap).
 #pragma once
 
 #include <string>
 #include <vector>
 
 namespace ymtest {
+
+// DER certificates with the given subject common names, leaf first: each is signed by the one
+// after it, and the last signs itself.
+std::vector<std::string> makeCertificateChain(const std::vector<std::string> &commonNames);
 
 struct XarSignature {
     std::string element = "signature";  // or "x-signature"
@@ -17,6 +22,7 @@ struct XarSignature {
 // reader cannot inflate.
 std::string makeXarArchive(const std::vector<XarSignature> &signatures, bool compress = true);
 
+// Base64 wrapped at 76 characters, as the signing tools write it.
 std::string base64(const std::string &bytes);
 
 }  // namespace ymtest
