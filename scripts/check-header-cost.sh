@@ -5,6 +5,8 @@
 #   scripts/check-header-cost.sh [COMPILER]        (default c++, as C++20)
 set -eu
 cd "$(dirname "$0")/.."
+# The compiler and the headers come from the set-up; on a fresh machine this is the first to need them.
+sh scripts/setup.sh >/dev/null
 compiler="${1:-c++}"
 work=$(mktemp -d "${TMPDIR:-/tmp}/ymheaders-XXXXXX")
 trap 'rm -rf "$work"' EXIT INT TERM
