@@ -3,68 +3,44 @@
 #include <YumoClientSdk/ySocketServerImpl.h>
 #include <YumoClientSdk/ymIPCMsgDefine.h>
 #include <YumoClientSdk/ymMainLoop.h>
-#include <atomic>
-#include <cstring>
+#include <mutex>
 
-#include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
 #include "foundation/ymLog.h"
 #include "foundation/ymTextRules.h"
-#include "foundation/ymThread.h"
+#include "platform/ymIOLoop.h"
 
-// What the socket object reads goes to the channel's Impl, which the socket holds weakly: a
-// channel that is gone takes its Impl with it, and its socket simply stops delivering. The Impl
-// keeps what the boundary test learnt of each connection's text with that text (see
-// ySocketFraming::TextScan), so each byte a peer sends is looked at once however long the text
-// grows before it is whole.
-struct YMSocketIPCChannel_SDK::Impl : ySocketDelegate, ySocketFraming::ScanningDelegate {
-    std::weak_ptr<YMSocketIPCChannel_SDK> channel;
+// What the socket object reads goes to the channel's Impl, which the socket holds weakly; the
+// channel owns its socket object, so a channel that is released closes its socket with it, and
+// deliveries still queued on the main loop find it gone and deliver nothing.
+struct YMSocketIPCChannel_SDK::Impl : ySocketDelegate, std::enable_shared_from_this<YMSocketIPCChannel_SDK::Impl> {
     std::shared_ptr<ySocketClientImpl_SDK> socketClient;
     std::shared_ptr<ySocketServerImpl_SDK> socketServer;
-    std::atomic<YMSocketIPCChannelDelegate *> delegate{nullptr};
+    mutable std::mutex delegateLock;
+    YMSocketIPCChannelDelegate *delegate = nullptr;      // not retained
+    std::weak_ptr<YMSocketIPCChannelDelegate> weakDelegate;  // or held weakly
+    bool delegateIsWeak = false;
 
-    int32_t onMessageRecieved(const std::string &message) override
+    int32_t onMessageRecieved(const std::string &message) override;
+    // The receiver now, kept alive for the call when it is held weakly.
+    std::pair<YMSocketIPCChannelDelegate *, std::shared_ptr<YMSocketIPCChannelDelegate>> receiver() const
     {
-        ySocketFraming::TextScan scan;
-        return onMessageGathered(message, scan);
+        std::lock_guard<std::mutex> guard(delegateLock);
+        if (!delegateIsWeak)
+            return {delegate, nullptr};
+        std::shared_ptr<YMSocketIPCChannelDelegate> strong = weakDelegate.lock();
+        return {strong.get(), strong};
     }
-    int32_t onMessageGathered(const std::string &message, ySocketFraming::TextScan &scan) override;
 };
 
 namespace {
 
-// The log line shows a gathered text whole up to this size. Beyond it (only a peer that sends far
-// more than any message without a boundary gets there) it shows this much and says how much more
-// there is, so that a flood is not written to the log once again on every read.
+// The log line shows a message whole up to this size; beyond it (only a peer that sends far more
+// than any message gets there) it shows this much and says how much more there is.
 constexpr size_t kLoggedTextLimit = 8 * 1024;
-
-// Updates what is known of the text from the bytes added since the last look: whether the key
-// name is in it, and its last character that is not a blank or a line break.
-void scanNewBytes(const std::string &text, ySocketFraming::TextScan &scan, const char *key)
-{
-    if (scan.key != key) {
-        // The key name was changed (it is a variable companions may set): look for it afresh.
-        scan.key = key;
-        scan.keyFound = false;
-        scan.keySearchedUpTo = 0;
-    }
-    if (key && !scan.keyFound) {
-        // The key may straddle the old end: start that far before it.
-        size_t overlap = std::strlen(key) > 0 ? std::strlen(key) - 1 : 0;
-        size_t from = scan.keySearchedUpTo > overlap ? scan.keySearchedUpTo - overlap : 0;
-        scan.keyFound = text.find(key, from) != std::string::npos;
-        scan.keySearchedUpTo = text.size();
-    }
-    // The new bytes are whole characters (a read that ends inside one is dropped whole), so the
-    // last character that is not blank is either among them or where it was.
-    std::string_view fresh = ymText::withoutTrailingWhitespaceAndNewlines(std::string_view(text).substr(scan.blanksSearchedUpTo));
-    if (!fresh.empty())
-        scan.lastCharacter = fresh.back();
-    scan.blanksSearchedUpTo = text.size();
-}
 
 }  // namespace
 
-int32_t YMSocketIPCChannel_SDK::Impl::onMessageGathered(const std::string &message, ySocketFraming::TextScan &scan)
+int32_t YMSocketIPCChannel_SDK::Impl::onMessageRecieved(const std::string &message)
 {
     static const char *const kFn = "-[YMSocketIPCChannel_SDK onMessageRecieved:]";
     if (message.size() <= kLoggedTextLimit)
@@ -72,16 +48,21 @@ int32_t YMSocketIPCChannel_SDK::Impl::onMessageGathered(const std::string &messa
     else
         YM_LOG("%s: recieved msg: %.*s... (%zu more bytes)", kFn, static_cast<int>(kLoggedTextLimit), message.c_str(),
                message.size() - kLoggedTextLimit);
-    // A whole message holds the key name and its last character, after trailing blanks and line
-    // breaks, is "}". Nothing but blanks (or nothing at all) is not a message yet.
-    scanNewBytes(message, scan, IPCMsg_Content_CommandId);
-    if (!scan.keyFound || scan.lastCharacter != '}')
+    // A message holds the key name, and its last character, after trailing blanks and line breaks,
+    // is "}". Nothing but blanks (or nothing at all) is not a message.
+    const char *key = IPCMsg_Content_CommandId;
+    std::string_view trimmed = ymText::withoutTrailingWhitespaceAndNewlines(message);
+    if (!key || message.find(key) == std::string::npos || trimmed.empty() || trimmed.back() != '}')
         return -1;
-    std::shared_ptr<YMSocketIPCChannel_SDK> self = channel.lock();
-    if (!self || !delegate.load())
+    if (!receiver().first)
         return 0;
-    ymMainLoop::shared().post([self, message] {
-        if (YMSocketIPCChannelDelegate *receiver = self->_impl->delegate.load())
+    std::weak_ptr<Impl> weak = weak_from_this();
+    ymMainLoop::shared().post([weak, message] {
+        std::shared_ptr<Impl> self = weak.lock();
+        if (!self)
+            return;
+        auto [receiver, keptAlive] = self->receiver();
+        if (receiver)
             receiver->onMessageRecieved(message);
     });
     return 0;
@@ -91,9 +72,7 @@ YMSocketIPCChannel_SDK::YMSocketIPCChannel_SDK() : _impl(std::make_shared<Impl>(
 
 std::shared_ptr<YMSocketIPCChannel_SDK> YMSocketIPCChannel_SDK::create()
 {
-    std::shared_ptr<YMSocketIPCChannel_SDK> channel(new YMSocketIPCChannel_SDK());
-    channel->_impl->channel = channel;
-    return channel;
+    return std::shared_ptr<YMSocketIPCChannel_SDK>(new YMSocketIPCChannel_SDK());
 }
 
 std::shared_ptr<YMSocketIPCChannel_SDK> YMSocketIPCChannel_SDK::ipcClientWithSocketPath(const std::optional<std::string> &socketPath)
@@ -108,6 +87,7 @@ std::shared_ptr<YMSocketIPCChannel_SDK> YMSocketIPCChannel_SDK::ipcServerWithSoc
     return channel->initIPCServerWithSocketPath(socketPath) == 0 ? channel : nullptr;
 }
 
+// Its socket objects go with it: a client disconnects, a server ends.
 YMSocketIPCChannel_SDK::~YMSocketIPCChannel_SDK() = default;
 
 int YMSocketIPCChannel_SDK::initIPCClientWithSocketPath(const std::optional<std::string> &socketPath)
@@ -119,7 +99,12 @@ int YMSocketIPCChannel_SDK::initIPCClientWithSocketPath(const std::optional<std:
     _impl->socketClient = ySocketClientImpl_SDK::create();
     _impl->socketClient->setSocketPath(socketPath);
     _impl->socketClient->setDelegate(_impl);
-    ymDetachThread([client = _impl->socketClient] { client->connect(); });
+    // The first attempt is made on the I/O thread; nobody waits for it here.
+    std::weak_ptr<ySocketClientImpl_SDK> client = _impl->socketClient;
+    ymIOLoop::shared().post([client] {
+        if (std::shared_ptr<ySocketClientImpl_SDK> connecting = client.lock())
+            connecting->connect();
+    });
     return 0;
 }
 
@@ -132,7 +117,7 @@ int YMSocketIPCChannel_SDK::initIPCServerWithSocketPath(const std::optional<std:
     _impl->socketServer = ySocketServerImpl_SDK::create();
     _impl->socketServer->setSocketPath(socketPath);
     _impl->socketServer->setDelegate(_impl);
-    ymDetachThread([server = _impl->socketServer] { server->start(); });
+    _impl->socketServer->start();  // a server that cannot listen says so in the log
     return 0;
 }
 
@@ -150,5 +135,20 @@ void YMSocketIPCChannel_SDK::sendMessage(const std::optional<std::string> &messa
 
 int32_t YMSocketIPCChannel_SDK::onMessageRecieved(const std::string &message) { return _impl->onMessageRecieved(message); }
 
-YMSocketIPCChannelDelegate *YMSocketIPCChannel_SDK::delegate() const { return _impl->delegate.load(); }
-void YMSocketIPCChannel_SDK::setDelegate(YMSocketIPCChannelDelegate *delegate) { _impl->delegate = delegate; }
+YMSocketIPCChannelDelegate *YMSocketIPCChannel_SDK::delegate() const { return _impl->receiver().first; }
+
+void YMSocketIPCChannel_SDK::setDelegate(YMSocketIPCChannelDelegate *delegate)
+{
+    std::lock_guard<std::mutex> guard(_impl->delegateLock);
+    _impl->delegate = delegate;
+    _impl->weakDelegate.reset();
+    _impl->delegateIsWeak = false;
+}
+
+void YMSocketIPCChannel_SDK::setDelegate(const std::weak_ptr<YMSocketIPCChannelDelegate> &delegate)
+{
+    std::lock_guard<std::mutex> guard(_impl->delegateLock);
+    _impl->delegate = nullptr;
+    _impl->weakDelegate = delegate;
+    _impl->delegateIsWeak = true;
+}

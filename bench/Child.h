@@ -47,12 +47,13 @@ public:
         }
         close(_output);
     }
-    std::string readLine()
+    // The next line of output, waiting at most `timeoutSeconds` for each byte.
+    std::string readLine(int timeoutSeconds = 30)
     {
         std::string line;
         char c;
         struct pollfd ready = {_output, POLLIN, 0};
-        while (poll(&ready, 1, 30000) > 0 && read(_output, &c, 1) == 1 && c != '\n')
+        while (poll(&ready, 1, timeoutSeconds * 1000) > 0 && read(_output, &c, 1) == 1 && c != '\n')
             line.push_back(c);
         return line;
     }

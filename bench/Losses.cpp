@@ -5,11 +5,8 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <filesystem>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -17,6 +14,8 @@
 
 namespace bench {
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 class Counter : public ymSdkDelegate {
 public:
@@ -28,6 +27,7 @@ public:
 
 std::string home() { return std::getenv("HOME"); }
 std::string container() { return *YMSocketIPCHelper_SDK::groupContainerDir(); }
+std::string self() { return std::filesystem::read_symlink("/proc/self/exe").string(); }
 
 // Runs the loop until `count` stops growing for half a second: what has not come by then is lost.
 size_t settle(const std::atomic<size_t> &count)
@@ -40,15 +40,13 @@ size_t settle(const std::atomic<size_t> &count)
     }
 }
 
-size_t openSockets()
+long entriesOf(const std::string &folder)
 {
-    size_t sockets = 0;
-    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code error;
-        if (std::filesystem::read_symlink(entry.path(), error).string().rfind("socket:", 0) == 0)
-            ++sockets;
-    }
-    return sockets;
+    std::error_code error;
+    long count = 0;
+    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        ++count;
+    return count;
 }
 
 long fileSize(const std::string &path)
@@ -57,15 +55,144 @@ long fileSize(const std::string &path)
     return stat(path.c_str(), &status) == 0 ? static_cast<long>(status.st_size) : 0;
 }
 
-void row(const char *what, const std::string &figure) { std::printf("%-64s %s\n", what, figure.c_str()); }
+void row(const std::string &what, const std::string &figure) { std::printf("%-72s %s\n", what.c_str(), figure.c_str()); }
+
+// A facade of its own that counts the audio events for Headset #1.
+std::shared_ptr<ymSdkImplement> listeningCompanion(const std::shared_ptr<Counter> &counter)
+{
+    auto facade = ymSdkImplement::create();
+    facade->setDelegate(counter);
+    facade->addToDeviceArray("Headset", "1");
+    return facade;
+}
+
+std::unique_ptr<Child> startHost(int events, int acceptSeconds)
+{
+    auto host = std::make_unique<Child>(self(), std::vector<std::string>{"--host-events", *YMSocketIPCHelper_SDK::ipcSocketPathForYyHost(),
+                                                                         std::to_string(events), std::to_string(acceptSeconds)});
+    host->readLine();  // "ready": it listens
+    return host;
+}
+
+// Audio events written back to back by a host process that only talks, each whole in a write of
+// its own.
+nlohmann::json backToBackEvents(int events)
+{
+    auto counter = std::make_shared<Counter>();
+    auto host = startHost(events, 10);
+    auto facade = listeningCompanion(counter);
+    host->readLine();  // "sent N"
+    size_t delivered = settle(counter->audio);
+    row("audio events, " + std::to_string(events) + " written back to back: delivered", std::to_string(delivered));
+    return {{"sent", events}, {"delivered", delivered}};
+}
+
+// A host process that talks, is killed, and starts again on the same path while the companion
+// only listens: the events of the second one that reach the companion, and how long after it
+// listened the first one came.
+nlohmann::json eventsAfterRestart()
+{
+    auto counter = std::make_shared<Counter>();
+    auto host = startHost(20, 10);
+    auto facade = listeningCompanion(counter);
+    host->readLine();
+    size_t before = settle(counter->audio);
+    host.reset();  // killed: its socket file stays behind
+    // Longer than the companion tries again on its own after losing its peer: from here only
+    // the socket appearing again can wake it.
+    ymMainLoop::shared().runFor(std::chrono::seconds(4));
+    counter->audio = 0;
+    host = startHost(20, 10);
+    auto listening = Clock::now();
+    bool arrived = ymMainLoop::shared().runUntil([&] { return counter->audio > 0; }, std::chrono::seconds(10));
+    double delayMs = std::chrono::duration<double, std::milli>(Clock::now() - listening).count();
+    size_t after = settle(counter->audio);
+    row("events from a host process, 20 before it restarts: delivered", std::to_string(before));
+    row("events from a host process, 20 after it restarts: delivered", std::to_string(after));
+    row("delay from the restarted host listening to the first event, ms", arrived ? std::to_string(delayMs) : "never (10 s)");
+    return {{"sentBefore", 20}, {"deliveredBefore", before}, {"sentAfter", 20}, {"deliveredAfter", after},
+            {"delayMs", arrived ? nlohmann::json(delayMs) : nlohmann::json(nullptr)}};
+}
+
+// Presence asked from 8 threads at once, as fast as they can.
+nlohmann::json presenceFromThreads(const std::string &simulator, const std::shared_ptr<Counter> &counter, int perThread)
+{
+    Child client(simulator, {"--quiet"});
+    client.readLine();
+    ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
+    counter->presence = 0;
+    std::vector<std::thread> threads;
+    std::atomic<size_t> sent{0};
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < perThread; ++i)
+                sent += sdk->GetIMPresenceStatus() == 0 ? 1 : 0;
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    size_t answered = settle(counter->presence);
+    return nlohmann::json{{"asked", sent.load()}, {"answered", answered}};
+}
+
+// Facades created and released one after another: the threads and descriptors left in the
+// companion and in the simulator that served them.
+nlohmann::json releasedFacades(const std::string &simulator, int facades)
+{
+    Child client(simulator, {"--quiet"});
+    client.readLine();
+    const std::string simulatorProc = "/proc/" + std::to_string(client.pid());
+    ymMainLoop::shared().runFor(std::chrono::milliseconds(300));
+    long threadsBefore = entriesOf("/proc/self/task"), fdsBefore = entriesOf("/proc/self/fd");
+    long simThreadsBefore = entriesOf(simulatorProc + "/task"), simFdsBefore = entriesOf(simulatorProc + "/fd");
+    for (int i = 0; i < facades; ++i)
+        ymSdkImplement::create();
+    ymMainLoop::shared().runFor(std::chrono::seconds(1));
+    long threadsAfter = entriesOf("/proc/self/task"), fdsAfter = entriesOf("/proc/self/fd");
+    long simThreadsAfter = entriesOf(simulatorProc + "/task"), simFdsAfter = entriesOf(simulatorProc + "/fd");
+    auto change = [](long before, long after) { return std::to_string(before) + " -> " + std::to_string(after); };
+    row(std::to_string(facades) + " facades created and released: companion threads", change(threadsBefore, threadsAfter));
+    row(std::to_string(facades) + " facades created and released: companion descriptors", change(fdsBefore, fdsAfter));
+    row(std::to_string(facades) + " facades created and released: simulator threads", change(simThreadsBefore, simThreadsAfter));
+    row(std::to_string(facades) + " facades created and released: simulator descriptors", change(simFdsBefore, simFdsAfter));
+    return {{"facades", facades},
+            {"companionThreads", {threadsBefore, threadsAfter}},
+            {"companionDescriptors", {fdsBefore, fdsAfter}},
+            {"simulatorThreads", {simThreadsBefore, simThreadsAfter}},
+            {"simulatorDescriptors", {simFdsBefore, simFdsAfter}}};
+}
+
+// An idle companion with no meeting client running, in a home of its own: how often its threads
+// wake up in a minute.
+nlohmann::json idleWakeUps(const std::string &probeHome, const char *what, int seconds)
+{
+    std::string saved = home();
+    setenv("HOME", probeHome.c_str(), 1);
+    Child probe(self(), {"--wakeup-probe", std::to_string(seconds)});
+    setenv("HOME", saved.c_str(), 1);
+    nlohmann::json figures = nlohmann::json::parse(probe.readLine(seconds + 30), nullptr, false);
+    long wakeUps = figures.is_object() ? figures.value("wakeUps", -1L) : -1L;
+    double perMinute = wakeUps * 60.0 / seconds;
+    row(std::string("wake-ups per minute of an idle companion, ") + what, std::to_string(perMinute));
+    figures["perMinute"] = perMinute;
+    return figures;
+}
 
 }  // namespace
 
-nlohmann::json measureLosses(const std::string &toolsFolder)
+nlohmann::json measureLosses(const std::string &toolsFolder, int idleSeconds)
 {
     nlohmann::json figures;
     const std::string simulator = home() + "/Applications/yumoapp.app/Contents/MacOS/yumoapp";
     auto install = [&](const char *version) { Child(toolsFolder + "/ymsim", {"install", "--version", version}).readLine(); };
+
+    // Before any client is installed: an idle companion in a fresh home.
+    std::filesystem::create_directories(home() + "/fresh");
+    figures["wakeUpsNoClient"] = idleWakeUps(home() + "/fresh", "no client ever", idleSeconds);
+
+    figures["audioEventsBackToBack1000"] = backToBackEvents(1000);
+    figures["audioEventsBackToBack10000"] = backToBackEvents(10000);
+    figures["eventsAfterRestart"] = eventsAfterRestart();
+
     install("5.6.0");
     auto counter = std::make_shared<Counter>();
     ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
@@ -73,65 +200,9 @@ nlohmann::json measureLosses(const std::string &toolsFolder)
     sdk->addToDeviceArray("Headset", "1");
     const YMAudioDevice_s headset{"1", "Headset", 2830, 3};
 
-    {
-        // Audio events written back to back by the host process: reads join them into texts that
-        // are not one JSON object, and each such text is dropped whole.
-        Child client(simulator, {"--quiet", "--no-audio-events"});
-        client.readLine();
-        int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::string hostPath = *YMSocketIPCHelper_SDK::ipcSocketPathForYyHost();
-        std::strncpy(address.sun_path, hostPath.c_str(), sizeof address.sun_path - 1);
-        unlink(hostPath.c_str());
-        bind(listening, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        listen(listening, 4);
-        auto facade = ymSdkImplement::create();  // connects to this host socket
-        facade->setDelegate(counter);
-        facade->addToDeviceArray("Headset", "1");
-        int host = accept(listening, nullptr, nullptr);
-        const std::string event = R"({"commandId":2,"from":2,"version":"1.0.0","data":[{"AudioCmd":5}],"deviceIndex":"1","deviceName":"Headset"})";
-        counter->audio = 0;
-        for (int i = 0; i < 1000; ++i)
-            send(host, event.data(), event.size(), MSG_NOSIGNAL);
-        size_t backToBack = settle(counter->audio);
-        counter->audio = 0;
-        for (int i = 0; i < 1000; ++i) {
-            size_t before = counter->audio;
-            send(host, event.data(), event.size(), MSG_NOSIGNAL);
-            ymMainLoop::shared().runUntil([&] { return counter->audio > before; }, std::chrono::seconds(5));
-        }
-        size_t oneAtATime = counter->audio;
-        row("audio events, 1000 written back to back: delivered", std::to_string(backToBack));
-        row("audio events, 1000 written one at a time: delivered", std::to_string(oneAtATime));
-        figures["audioEventsBackToBack"] = {{"sent", 1000}, {"delivered", backToBack}};
-        figures["audioEventsOneAtATime"] = {{"sent", 1000}, {"delivered", oneAtATime}};
-        close(host);
-        close(listening);
-        unlink(hostPath.c_str());
-    }
-
-    // Presence asked from 8 threads at once: on a socket the answers come back joined; on the bus
-    // each is a signal of its own.
-    auto presenceFromThreads = [&](const char *version) {
-        install(version);
-        Child client(simulator, {"--quiet"});
-        client.readLine();
-        counter->presence = 0;
-        std::vector<std::thread> threads;
-        std::atomic<size_t> sent{0};
-        for (int t = 0; t < 8; ++t)
-            threads.emplace_back([&] {
-                for (int i = 0; i < 125; ++i)
-                    sent += sdk->GetIMPresenceStatus() == 0 ? 1 : 0;
-            });
-        for (std::thread &thread : threads)
-            thread.join();
-        size_t answered = settle(counter->presence);
-        return nlohmann::json{{"asked", sent.load()}, {"answered", answered}};
-    };
-    nlohmann::json socketPresence = presenceFromThreads("5.6.0");
-    nlohmann::json busPresence = presenceFromThreads("5.5.0");
+    nlohmann::json socketPresence = presenceFromThreads(simulator, counter, 1250);
+    install("5.5.0");
+    nlohmann::json busPresence = presenceFromThreads(simulator, counter, 1250);
     row("presence from 8 threads, sockets: answered of asked",
         socketPresence["answered"].dump() + " of " + socketPresence["asked"].dump());
     row("presence from 8 threads, D-Bus: answered of asked", busPresence["answered"].dump() + " of " + busPresence["asked"].dump());
@@ -139,6 +210,7 @@ nlohmann::json measureLosses(const std::string &toolsFolder)
     figures["presenceFrom8ThreadsBus"] = busPresence;
 
     install("5.6.0");
+    figures["releasedFacades"] = releasedFacades(simulator, 1000);
     {
         Child client(simulator, {"--quiet"});
         client.readLine();
@@ -154,25 +226,19 @@ nlohmann::json measureLosses(const std::string &toolsFolder)
         row("log written per presence round trip, bytes", std::to_string(static_cast<long>(perRoundTrip)));
         figures["logBytesPerPresenceRoundTrip"] = perRoundTrip;
 
-        // A device name holding a quote: the text sent is not JSON, and nothing comes back.
+        // A device name holding a quote, a backslash and a tab.
         counter->audio = 0;
-        sdk->addToDeviceArray("He said \"hi\"", "1");
-        sdk->SetAudioCmd(5, YMAudioDevice_s{"1", "He said \"hi\"", 1, 1});
+        const std::string odd = "He said \"hi\"\\\t";
+        sdk->addToDeviceArray(odd, "1");
+        sdk->SetAudioCmd(5, YMAudioDevice_s{"1", odd, 1, 1});
         size_t quoted = settle(counter->audio);
         sdk->SetAudioCmd(5, headset);
         size_t plain = settle(counter->audio) - quoted;
-        row("audio event for a name with a quote / a plain name", std::to_string(quoted) + " / " + std::to_string(plain));
+        row("audio event for a name with a quote, backslash and tab / a plain name", std::to_string(quoted) + " / " + std::to_string(plain));
         figures["nameWithQuote"] = {{"delivered", quoted}, {"plainNameDelivered", plain}};
-
-        // Extra facades, released: each keeps its two connections.
-        size_t socketsBefore = openSockets();
-        for (int i = 0; i < 10; ++i)
-            ymSdkImplement::create();
-        ymMainLoop::shared().runFor(std::chrono::milliseconds(500));
-        size_t kept = openSockets() - socketsBefore;
-        row("sockets still open after 10 extra facades were released", std::to_string(kept));
-        figures["socketsKeptBy10ReleasedFacades"] = kept;
     }
+    // The simulator was killed and its socket files stay behind.
+    figures["wakeUpsClientKilled"] = idleWakeUps(home(), "its client killed", idleSeconds);
 
     // A shared list that cannot be written (a folder where its file goes): the registration says YES.
     std::filesystem::create_directories(home() + "/Library/Preferences/YumoClientSdk.ShareData.plist");

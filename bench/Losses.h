@@ -1,4 +1,4 @@
-// What the SDK loses or keeps by design, measured: the figures behind docs/RELIABILITY.md.
+// What the SDK loses or keeps, measured: the figures behind docs/RELIABILITY.md.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -7,7 +7,8 @@
 namespace bench {
 
 // Runs each measurement under the current $HOME (a folder of the benchmark's own) with the
-// simulator from `toolsFolder`, prints a table and answers the figures.
-nlohmann::json measureLosses(const std::string &toolsFolder);
+// simulator from `toolsFolder`, prints a table and answers the figures. An idle companion is
+// watched for `idleSeconds`.
+nlohmann::json measureLosses(const std::string &toolsFolder, int idleSeconds);
 
 }  // namespace bench

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <sdbus-c++/sdbus-c++.h>
@@ -14,15 +15,29 @@
 #include <unistd.h>
 
 namespace bench {
+namespace {
 
-int runSocketEcho(const std::string &path)
+// A socket listening on the path (a stale one removed first); -1 when it cannot be made.
+int listenOn(const std::string &path, int backlog)
 {
-    int listening = socket(AF_UNIX, SOCK_STREAM, 0);
+    int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
     unlink(path.c_str());
-    if (bind(listening, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(listening, 1) != 0)
+    if (bind(listening, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(listening, backlog) != 0) {
+        close(listening);
+        return -1;
+    }
+    return listening;
+}
+
+}  // namespace
+
+int runSocketEcho(const std::string &path)
+{
+    int listening = listenOn(path, 1);
+    if (listening < 0)
         return 1;
     std::printf("ready\n");
     std::fflush(stdout);
@@ -88,6 +103,65 @@ int runIdleProbe(int seconds)
             threads = std::atol(line.c_str() + 8);
     }
     std::printf("{\"cpuSeconds\":%.4f,\"rssKiB\":%ld,\"threads\":%ld}\n", cpu, rss, threads);
+    return 0;
+}
+
+}  // namespace bench
+
+namespace bench {
+namespace {
+
+long voluntarySwitches()
+{
+    long total = 0;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);)
+            if (line.rfind("voluntary_ctxt_switches:", 0) == 0)
+                total += std::atol(line.c_str() + 24);
+    }
+    return total;
+}
+
+long threadCount() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
+
+}  // namespace
+
+int runWakeUpProbe(int seconds)
+{
+    ymSdkImplement::SharedInstance();
+    ymMainLoop::shared().runFor(std::chrono::seconds(1));  // the first connection attempts settle
+    long before = voluntarySwitches();
+    ymMainLoop::shared().runFor(std::chrono::seconds(seconds));
+    long after = voluntarySwitches();
+    std::printf("{\"wakeUps\":%ld,\"threads\":%ld}\n", after - before, threadCount());
+    return 0;
+}
+
+int runHostEvents(const std::string &path, int count, int acceptSeconds)
+{
+    int listening = listenOn(path, 4);
+    if (listening < 0)
+        return 1;
+    std::printf("ready\n");
+    std::fflush(stdout);
+    struct pollfd ready = {listening, POLLIN, 0};
+    if (poll(&ready, 1, acceptSeconds * 1000) != 1) {
+        std::printf("sent 0\n");
+        std::fflush(stdout);
+        return 0;
+    }
+    int peer = accept(listening, nullptr, nullptr);
+    const std::string event = R"({"commandId":2,"from":2,"version":"1.0.0","data":[{"AudioCmd":5}],"deviceIndex":"1","deviceName":"Headset"})";
+    int sent = 0;
+    for (; sent < count; ++sent)
+        if (send(peer, event.data(), event.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(event.size()))
+            break;
+    std::printf("sent %d\n", sent);
+    std::fflush(stdout);
+    char buffer[4096];
+    while (read(peer, buffer, sizeof buffer) > 0) {
+    }
     return 0;
 }
 

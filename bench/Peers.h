@@ -18,4 +18,14 @@ int runStartupProbe();
 // Creates the facade, idles for the given seconds, and prints {"cpuSeconds", "rssKiB", "threads"}.
 int runIdleProbe(int seconds);
 
+// Creates the facade, lets it settle, idles on the main loop for the given seconds, and prints
+// {"wakeUps", "threads"}: the voluntary context switches of all its threads while idle.
+int runWakeUpProbe(int seconds);
+
+// Plays a host process that only talks: listens on the path (prints "ready"), and writes `count`
+// audio events for Headset #1 back to back to the first peer that connects, each whole in a write
+// of its own; prints "sent N" and then waits for the peer to close. Gives up waiting for a peer
+// after `acceptSeconds` (prints "sent 0").
+int runHostEvents(const std::string &path, int count, int acceptSeconds);
+
 }  // namespace bench

@@ -311,6 +311,10 @@ int main(int argc, char **argv)
         return bench::runStartupProbe();
     if (argc >= 3 && !std::strcmp(argv[1], "--idle-probe"))
         return bench::runIdleProbe(std::atoi(argv[2]));
+    if (argc >= 3 && !std::strcmp(argv[1], "--wakeup-probe"))
+        return bench::runWakeUpProbe(std::atoi(argv[2]));
+    if (argc >= 5 && !std::strcmp(argv[1], "--host-events"))
+        return bench::runHostEvents(argv[2], std::atoi(argv[3]), std::atoi(argv[4]));
 
     bool quick = false;
     bool losses = false;
@@ -339,7 +343,7 @@ int main(int argc, char **argv)
     if (losses) {
         // What is lost by design, not how fast anything is.
         try {
-            results = bench::measureLosses(std::filesystem::path(tool("ymsim")).parent_path());
+            results = bench::measureLosses(std::filesystem::path(tool("ymsim")).parent_path(), quick ? 10 : 60);
         } catch (const std::exception &error) {
             std::fprintf(stderr, "ymbench: %s\n", error.what());
         }

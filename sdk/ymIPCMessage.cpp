@@ -30,6 +30,45 @@ const nlohmann::json *lastInData(const nlohmann::json &message, const char *key)
     return last;
 }
 
+// Appends the text as the inside of a JSON string: a quote, a backslash and the control
+// characters escaped, every other byte as it is (so a plain name goes out unchanged).
+void appendEscaped(std::string &out, std::string_view text)
+{
+    for (char c : text) {
+        switch (c) {
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\b':
+            out += "\\b";
+            break;
+        case '\f':
+            out += "\\f";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            if (static_cast<unsigned char>(c) < 0x20) {
+                char escaped[8];
+                snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
+                out += escaped;
+            } else {
+                out += c;
+            }
+        }
+    }
+}
+
 }  // namespace
 
 std::string presenceRequest(const char *version)
@@ -51,9 +90,9 @@ std::string audioCommand(int32_t audioCmd, const std::optional<std::string> &dev
     snprintf(number, sizeof number, "%" PRId32, audioCmd);
     text += number;
     text += "}],\"deviceIndex\":\"";
-    text += ymlog::describe(deviceIndex);
+    appendEscaped(text, ymlog::describe(deviceIndex));
     text += "\",\"deviceName\":\"";
-    text += ymlog::describe(deviceName);
+    appendEscaped(text, ymlog::describe(deviceName));
     text += "\",\"usbVid\":\"";
     snprintf(number, sizeof number, "%" PRId32, static_cast<int32_t>(usbVid));
     text += number;

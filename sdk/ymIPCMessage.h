@@ -1,8 +1,9 @@
 // The message envelope: the two texts the SDK sends and the readings of what comes back.
 //
 // Outbound texts are filled by plain substitution into fixed formats, never by a JSON writer:
-// device texts go in unescaped (a quote in a name makes text that is not JSON, and it is sent as
-// it is), a missing text prints "(null)", and the USB identifiers print as signed decimals.
+// device texts go in escaped as JSON strings require (a quote, a backslash or a control character
+// is written as its escape; every other byte as it is, so a plain name is sent unchanged), a
+// missing text prints "(null)", and the USB identifiers print as signed decimals.
 #pragma once
 
 #include <cstdint>

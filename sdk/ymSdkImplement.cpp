@@ -1,4 +1,3 @@
-#include <YumoClientSdk/YMSocketIPCHelper.h>
 #include <YumoClientSdk/yStringUtils.h>
 #include <YumoClientSdk/ymAPIErrorMgr.h>
 #include <YumoClientSdk/ymClientFeatureMgr.h>
@@ -15,28 +14,27 @@
 #include "foundation/ymWeakReference.h"
 #include "sdk/ymAudioDeviceStore.h"
 #include "sdk/ymIPCMessage.h"
+#include "sdk/ymNotificationTransport.h"
+#include "sdk/ymSocketTransport.h"
 
 struct ymSdkImplement::Impl {
     struct DeviceEntry {
         std::optional<std::string> deviceName;
         std::optional<std::string> deviceIndex;
     };
-    enum class Peer { meetingClient, host };
+    using Peer = ymTransport::Peer;
 
     /// The in-memory registry: written on the callers' threads, read on the main loop's.
     std::vector<DeviceEntry> devicesArray;
     std::mutex devicesLock;
     ymWeakReference<ymSdkDelegate> delegate;
     std::atomic<int64_t> features{0};
-    /// Replaced only by the setters; read by commands on any thread.
-    mutable std::mutex propertiesLock;
-    std::shared_ptr<YMSocketIPCChannel_SDK> socketIPCChannelToYumo;
-    std::shared_ptr<YMSocketIPCChannel_SDK> socketIPCChannelToYyhost;
-    std::shared_ptr<ymIPCMsgMgr> ipcMsgMgr;
+    ymSocketTransport sockets;
+    ymNotificationTransport notifications;
 
     void setUp(ymSdkImplement &facade);
     // Hands the text to the transport the installed client speaks: 0, or 8 without one.
-    int32_t sendByInstalledTransport(ymSdkImplement &facade, const std::string &message, Peer peer);
+    int32_t sendByInstalledTransport(const std::string &message, Peer peer);
 };
 
 ymSdkImplement *ymSdkImplement::SharedInstance()
@@ -61,22 +59,11 @@ void ymSdkImplement::Impl::setUp(ymSdkImplement &facade)
     ymLogHelper::redirectNSLog(NO);
     facade.setFeatures(0);
 
-    // Both channels are opened whatever the installed client speaks; one that cannot be made
-    // (no group container) stays nil.
-    std::shared_ptr<YMSocketIPCChannel_SDK> toYumo =
-        YMSocketIPCChannel_SDK::ipcClientWithSocketPath(YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient());
-    facade.setSocketIPCChannelToYumo(toYumo);
-    if (toYumo)
-        toYumo->setDelegate(&facade);
-    std::shared_ptr<YMSocketIPCChannel_SDK> toYyhost =
-        YMSocketIPCChannel_SDK::ipcClientWithSocketPath(YMSocketIPCHelper_SDK::ipcSocketPathForYyHost());
-    facade.setSocketIPCChannelToYyhost(toYyhost);
-    if (toYyhost)
-        toYyhost->setDelegate(&facade);
-
-    std::shared_ptr<ymIPCMsgMgr> manager = ymIPCMsgMgr::create();
-    facade.setIpcMsgMgr(manager);
-    manager->setDelegate(facade.weak_from_this());
+    // Both transports are opened whatever the installed client speaks; a channel that cannot be
+    // made (no group container) stays nil. They deliver to the facade weakly: nothing reaches a
+    // facade that is being released.
+    sockets.open(facade.weak_from_this());
+    notifications.open(facade.weak_from_this());
 
     std::lock_guard<std::mutex> guard(devicesLock);
     devicesArray.clear();
@@ -85,18 +72,10 @@ void ymSdkImplement::Impl::setUp(ymSdkImplement &facade)
 ymSdkImplement::~ymSdkImplement()
 {
     CleanupAudioDevices();
-    // The channels may still hold deliveries on the main loop: they must not reach this object.
-    for (const std::shared_ptr<YMSocketIPCChannel_SDK> &channel : {socketIPCChannelToYumo(), socketIPCChannelToYyhost()})
-        if (channel)
-            channel->setDelegate(nullptr);
-    setSocketIPCChannelToYumo(nullptr);
-    setSocketIPCChannelToYyhost(nullptr);
-    // The notification manager is kept: it goes on observing for the rest of the process (its
-    // delegate, this object, is gone, so it delivers nothing).
-    static auto *keptManagers = new std::vector<std::shared_ptr<ymIPCMsgMgr>>();
-    static std::mutex keptLock;
-    std::lock_guard<std::mutex> guard(keptLock);
-    keptManagers->push_back(ipcMsgMgr());
+    // The channels close their sockets; the notification manager goes on observing for the rest
+    // of the process, delivering to nobody.
+    _impl->sockets.close();
+    _impl->notifications.close();
 }
 
 int64_t ymSdkImplement::GetSDKAvailableFeatures() { return 3; }
@@ -118,28 +97,16 @@ int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevic
         return error;
     std::string message = ymIPCMessage::audioCommand(audioCmd, audioDevice.deviceIndex, audioDevice.deviceName,
                                                      audioDevice.usbVid, audioDevice.usbPid);
-    return _impl->sendByInstalledTransport(*this, message, Impl::Peer::host);
+    return _impl->sendByInstalledTransport(message, Impl::Peer::host);
 }
 
-int32_t ymSdkImplement::Impl::sendByInstalledTransport(ymSdkImplement &facade, const std::string &message, Peer peer)
+int32_t ymSdkImplement::Impl::sendByInstalledTransport(const std::string &message, Peer peer)
 {
     // Sockets for clients that speak them, notifications for older ones; chosen afresh each time.
-    if (ymClientFeatureMgr::sharedInstance()->isYumoClientSupportNewIPC()) {
-        std::shared_ptr<YMSocketIPCChannel_SDK> channel =
-            peer == Peer::meetingClient ? facade.socketIPCChannelToYumo() : facade.socketIPCChannelToYyhost();
-        if (!channel)
-            return ymCommandStatusNoTransport;
-        channel->sendMessage(message);
-    } else {
-        std::shared_ptr<ymIPCMsgMgr> manager = facade.ipcMsgMgr();
-        if (!manager)
-            return ymCommandStatusNoTransport;
-        if (peer == Peer::meetingClient)
-            manager->sendIPCMessageToYumoClient(message);
-        else
-            manager->sendIPCMessageToYyhost(message);
-    }
-    return ymCommandStatusSent;
+    ymTransport &transport = ymClientFeatureMgr::sharedInstance()->isYumoClientSupportNewIPC()
+                                 ? static_cast<ymTransport &>(sockets)
+                                 : static_cast<ymTransport &>(notifications);
+    return transport.send(peer, message);
 }
 
 bool ymSdkImplement::RegisterAudioDevice(const std::optional<std::string> &deviceName,
@@ -202,7 +169,7 @@ int32_t ymSdkImplement::GetIMPresenceStatus()
     int32_t error = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
     if (error != 0)
         return error;
-    return _impl->sendByInstalledTransport(*this, ymIPCMessage::presenceRequest(), Impl::Peer::meetingClient);
+    return _impl->sendByInstalledTransport(ymIPCMessage::presenceRequest(), Impl::Peer::meetingClient);
 }
 
 bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &deviceName,
@@ -265,48 +232,26 @@ void ymSdkImplement::setDelegate(const std::weak_ptr<ymSdkDelegate> &delegate) {
 int64_t ymSdkImplement::features() const { return _impl->features.load(); }
 void ymSdkImplement::setFeatures(int64_t features) { _impl->features.store(features); }
 
-namespace {
-
-// The transport properties are replaced by setters on one thread and read by commands on others.
-template <typename T>
-T lockedRead(std::mutex &lock, const T &field)
-{
-    std::lock_guard<std::mutex> guard(lock);
-    return field;
-}
-
-template <typename T>
-void lockedWrite(std::mutex &lock, T &field, const T &value)
-{
-    std::lock_guard<std::mutex> guard(lock);
-    field = value;
-}
-
-}  // namespace
-
 std::shared_ptr<YMSocketIPCChannel_SDK> ymSdkImplement::socketIPCChannelToYumo() const
 {
-    return lockedRead(_impl->propertiesLock, _impl->socketIPCChannelToYumo);
+    return _impl->sockets.channel(Impl::Peer::meetingClient);
 }
 
 void ymSdkImplement::setSocketIPCChannelToYumo(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel)
 {
-    lockedWrite(_impl->propertiesLock, _impl->socketIPCChannelToYumo, channel);
+    _impl->sockets.setChannel(Impl::Peer::meetingClient, channel);
 }
 
 std::shared_ptr<YMSocketIPCChannel_SDK> ymSdkImplement::socketIPCChannelToYyhost() const
 {
-    return lockedRead(_impl->propertiesLock, _impl->socketIPCChannelToYyhost);
+    return _impl->sockets.channel(Impl::Peer::host);
 }
 
 void ymSdkImplement::setSocketIPCChannelToYyhost(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel)
 {
-    lockedWrite(_impl->propertiesLock, _impl->socketIPCChannelToYyhost, channel);
+    _impl->sockets.setChannel(Impl::Peer::host, channel);
 }
 
-std::shared_ptr<ymIPCMsgMgr> ymSdkImplement::ipcMsgMgr() const { return lockedRead(_impl->propertiesLock, _impl->ipcMsgMgr); }
+std::shared_ptr<ymIPCMsgMgr> ymSdkImplement::ipcMsgMgr() const { return _impl->notifications.manager(); }
 
-void ymSdkImplement::setIpcMsgMgr(const std::shared_ptr<ymIPCMsgMgr> &manager)
-{
-    lockedWrite(_impl->propertiesLock, _impl->ipcMsgMgr, manager);
-}
+void ymSdkImplement::setIpcMsgMgr(const std::shared_ptr<ymIPCMsgMgr> &manager) { _impl->notifications.setManager(manager); }

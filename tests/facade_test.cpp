@@ -106,18 +106,29 @@ TEST_F(SdkFacade, AudioEventsOnlyForDevicesRegisteredHere)
     RunningClient client = RunningClient::simulator("6.1");
     auto facade = makeFacade();
     ASSERT_TRUE(facade->RegisterAudioDevice("Headset", "2", 2830, 3));
+    ASSERT_TRUE(facade->RegisterAudioDevice("H", "9", 1, 1));
 
-    // The Speaker is not registered here: its event comes back and is dropped. (The second
-    // command waits for that: two events read at once would be one text that is no message.)
+    // The Speaker is not registered here, nor the device whose name holds quotes (a name that
+    // looked like H #9 when names went out unescaped): their events come back and are dropped.
+    // The commands go out back to back; their events arrive one by one.
+    const std::string oddName = "H\",\"deviceIndex\":\"9";
     EXPECT_EQ(facade->SetAudioCmd(9, YMAudioDevice_s{"7", "Speaker", 1, 1}), 0);
-    const std::string isRegistered = "-[ymSdkImplement isRegisteredDevice:deviceIndex:]: result=";
-    const std::string speakerDropped = isRegistered + "0, deviceName=Speaker, deviceIndex=7";
-    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return ymtest::sdkLog().find(speakerDropped) != std::string::npos; }));
+    EXPECT_EQ(facade->SetAudioCmd(4, YMAudioDevice_s{"1", oddName, 1, 1}), 0);
     EXPECT_EQ(facade->SetAudioCmd(5, YMAudioDevice_s{"2", "Headset", 2830, 3}), 0);
+    const std::string isRegistered = "-[ymSdkImplement isRegisteredDevice:deviceIndex:]: result=";
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return !delegate->audio.empty(); }));
     ASSERT_EQ(delegate->audio.size(), 1u);
     EXPECT_EQ(ymtest::fieldsOf(delegate->audio[0]), "cmd=5 index=2 name=Headset vid=0 pid=0 reserved=0000000000000");
-    EXPECT_NE(ymtest::sdkLog().find(isRegistered + "1, deviceName=Headset, deviceIndex=2"), std::string::npos);
+    std::string log = ymtest::sdkLog();
+    EXPECT_NE(log.find(isRegistered + "0, deviceName=Speaker, deviceIndex=7"), std::string::npos);
+    EXPECT_NE(log.find(isRegistered + "0, deviceName=" + oddName + ", deviceIndex=1"), std::string::npos);
+    EXPECT_NE(log.find(isRegistered + "1, deviceName=Headset, deviceIndex=2"), std::string::npos);
+
+    // Registered under that name, its events come.
+    ASSERT_TRUE(facade->RegisterAudioDevice(oddName, "1", 1, 1));
+    EXPECT_EQ(facade->SetAudioCmd(4, YMAudioDevice_s{"1", oddName, 1, 1}), 0);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->audio.size() == 2; }));
+    EXPECT_EQ(delegate->audio[1].audioDevice.deviceName, oddName);
 }
 
 TEST_F(SdkFacade, InboundTextsThatAreNotMessagesAndFeatures)

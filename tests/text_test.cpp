@@ -21,10 +21,13 @@ nlohmann::json parsed(const std::string &text)
 
 TEST(Envelope, OutboundTextsAndExportedNames)
 {
-    // A quote is not escaped: the text that goes out is not JSON, and is sent as it is.
-    std::string quoted = ymIPCMessage::audioCommand(1, "0", "Big \"Box\"", 1, 1);
-    EXPECT_NE(quoted.find(R"("deviceName":"Big "Box"")"), std::string::npos) << quoted;
-    EXPECT_FALSE(yStringUtils::toArrayOrNSDictionary(quoted).has_value());
+    // Names and indexes are escaped as JSON requires, and travel whole; other bytes go as they are.
+    const std::string name = "H\",\"deviceIndex\":\"9 \\ \t\n\x01 \xc3\xa9";
+    std::string escaped = ymIPCMessage::audioCommand(1, "0\"", name, 1, 1);
+    EXPECT_EQ(escaped, R"({"commandId":2,"from":1,"version":"1.0.0","data":[{"AudioCmd":1}],"deviceIndex":"0\"",)"
+                       R"("deviceName":"H\",\"deviceIndex\":\"9 \\ \t\n\u0001 )" "\xc3\xa9" R"(","usbVid":"1","usbPid":"1"})");
+    EXPECT_EQ(parsed(escaped)["deviceName"], name);
+    EXPECT_EQ(parsed(escaped)["deviceIndex"], "0\"");
 
     // A missing text prints as "(null)"; identifiers print as signed decimals.
     std::string missing = ymIPCMessage::audioCommand(-7, std::nullopt, std::nullopt, 4294967295u, 2147483648u);

@@ -1,6 +1,5 @@
 #include <YumoClientSdk/ySocketClientImpl.h>
 
-#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
@@ -8,31 +7,30 @@
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
-#include "3rdSDKIPC/ipc_socket/ySocketDescriptor.h"
-#include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
+#include "3rdSDKIPC/ipc_socket/ySocketConnection.h"
 #include "foundation/ymLog.h"
 #include "foundation/ymTextRules.h"
-#include "foundation/ymThread.h"
 #include "foundation/ymWeakReference.h"
-
-struct ySocketClientImpl_SDK::Impl {
-    ySocketDescriptor fd;  // -1 when not connected
-    // The condition: held for a whole connection attempt, and waited on by send().
-    std::mutex conditionLock;
-    std::condition_variable condition;
-    // The peer took nothing for the whole wait limit on the last write.
-    std::atomic<bool> stalled{false};
-    std::optional<std::string> socketPath;
-    ymWeakReference<ySocketDelegate> delegate;
-
-    void readUntilClosed(ySocketClientImpl_SDK &client);
-    void closeUnpublished(int fd);
-};
+#include "platform/ymIOLoop.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const char *const kConnect = "-[ySocketClientImpl_SDK connect]";
+const char *const kDisconnect = "-[ySocketClientImpl_SDK disconnect]";
+
+// After the peer went, after its socket appeared, and after an attempt asked for found its socket
+// but nobody listening, the attempt is made again this many times, 10 ms, 20 ms, ... apart (about
+// 2.5 s in all): the peer may be about to listen. Then only a change in its folder wakes the client.
+constexpr int kQuickRetries = 8;
+// A peer that is there but takes nobody (its listen queue is full), a shortage here, or a folder
+// that cannot be watched: looked at again this often.
+constexpr std::chrono::minutes kSlowRetry{1};
+// How often a connect to a full listen queue is repeated within the wait limit.
+constexpr std::chrono::milliseconds kFullQueueRetry{20};
 
 // How the current thread prints, in the shape the log files have always shown.
 std::string currentThreadDescription()
@@ -45,7 +43,70 @@ std::string currentThreadDescription()
     return text;
 }
 
+// What the client is, shared with the I/O thread: the connection and the attempts to make one.
+// The public object owns it; work on the I/O thread holds it weakly, except the clean-up that
+// ends its sources, which holds it until it has run.
+struct ClientCore : ySocketConnection::Owner, std::enable_shared_from_this<ClientCore> {
+    // Any thread, under the lock.
+    std::mutex lock;
+    std::condition_variable attempted;
+    // Attempts are asked for with a ticket each; an attempt answers the tickets asked before it
+    // began (a later one gets an attempt of its own).
+    uint64_t attemptsAsked = 0;
+    uint64_t attemptsAnswered = 0;
+    std::shared_ptr<ySocketConnection> connection;
+    std::optional<std::string> socketPath;
+    // Connect again by itself whenever the connection ends or cannot be made (from the first
+    // attempt asked for until disconnect()).
+    bool wanted = false;
+    std::shared_ptr<ymIOLoop::Use> use;  // while wanted
+    ymWeakReference<ySocketDelegate> delegate;
+
+    // The I/O thread's.
+    int pendingFd = -1;            // an attempt waiting for room in a full listen queue
+    uint64_t pendingTicket = 0;    // the tickets it answers
+    Clock::time_point pendingDeadline;
+    struct sockaddr_un address;
+    socklen_t addressLength = 0;
+    std::unique_ptr<ymIOLoop::DirectoryWatch> watch;
+    std::string watchedPath;       // the socket path the watch is for
+    std::unique_ptr<ymIOLoop::Timer> retry;
+    int quickRetriesLeft = 0;
+
+    std::shared_ptr<ySocketConnection> current()
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        return connection;
+    }
+    // Any thread: asks the I/O thread for one attempt; answers the ticket that waitFor() takes.
+    uint64_t askAttempt();
+    // Waits until the ticket has been answered, at most until the deadline. On the I/O thread the
+    // attempt has already been made.
+    void waitFor(uint64_t ticket, Clock::time_point deadline);
+    // Any thread: stops connecting again, closes the connection, and ends the sources.
+    void stop();
+
+    // I/O thread.
+    void attempt(bool fresh);
+    void tryConnect();
+    void connected(int fd);
+    void failed(int error);
+    void answer(uint64_t ticket);
+    void closeUnpublished(int fd);
+    void waitForPeer(int error);
+    void retryAfter(std::chrono::milliseconds delay, std::chrono::milliseconds slack = std::chrono::milliseconds(1));
+    void watchFolder(const std::string &path);
+
+    void connectionRead(ySocketConnection &connection, long count, std::string_view chunk) override;
+    void connectionReceived(ySocketConnection &connection, const std::string &message) override;
+    void connectionEnded(ySocketConnection &connection) override;
+};
+
 }  // namespace
+
+struct ySocketClientImpl_SDK::Impl {
+    std::shared_ptr<ClientCore> core = std::make_shared<ClientCore>();
+};
 
 std::shared_ptr<ySocketClientImpl_SDK> ySocketClientImpl_SDK::create()
 {
@@ -62,112 +123,23 @@ ySocketClientImpl_SDK::~ySocketClientImpl_SDK()
 
 void ySocketClientImpl_SDK::connect()
 {
-    static const char *const kFn = "-[ySocketClientImpl_SDK connect]";
-    std::unique_lock<std::mutex> lock(_impl->conditionLock);
-    if (_impl->fd.load() >= 0) {
-        // Despite the words, nothing is closed: the connection and its reader stay as they are.
-        YM_LOG("%d is already connected. close it.", _impl->fd.load());
-        _impl->condition.notify_one();
-        return;
-    }
-    // The new socket is published only once it is connected: a send() that comes during the
-    // attempt waits for its outcome instead of writing into a socket that is not connected yet.
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd == -1) {
-        YM_LOG("%s: socket error!", kFn);
-        _impl->condition.notify_one();
-        return;
-    }
-    // A listen queue that is full makes connect wait; it waits no longer than a write may.
-    ySocketFraming::limitPeerWaits(fd);
-    auto fail = [&] {
-        _impl->closeUnpublished(fd);
-        _impl->condition.notify_one();
-    };
-    if (!_impl->socketPath) {
-        YM_LOG("%s: socketPath is nil", kFn);
-        fail();
-        return;
-    }
-    const std::string &path = *_impl->socketPath;
-    size_t length = ymText::utf16Length(path);
-    if (length >= ySocketFraming::kMaximumPathLength) {
-        YM_LOG("%s: socket_path len = %ld, too long", kFn, static_cast<long>(length));
-        fail();
-        return;
-    }
-    struct sockaddr_un address;
-    std::memset(&address, 0, sizeof address);
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), ySocketFraming::kAddressPathBytes);
-    // The length is taken from the whole path, not from what fitted into the address.
-    socklen_t addressLength = static_cast<socklen_t>(path.size() + offsetof(sockaddr_un, sun_path));
-    int connected;
-    do {
-        connected = ::connect(fd, reinterpret_cast<struct sockaddr *>(&address), addressLength);
-    } while (connected == -1 && errno == EINTR);
-    if (connected == -1) {
-        YM_LOG("%s: connect error", kFn);
-        fail();
-        return;
-    }
-    _impl->stalled = false;
-    _impl->fd.publish(fd);
-    _impl->condition.notify_one();
-    lock.unlock();
-    YM_LOG("%s: connect %d success...", kFn, fd);
-    _impl->readUntilClosed(*this);
-}
-
-void ySocketClientImpl_SDK::Impl::readUntilClosed(ySocketClientImpl_SDK &client)
-{
-    static const char *const kFn = "-[ySocketClientImpl_SDK connect]";
-    char buffer[ySocketFraming::kReadBufferSize];
-    ySocketFraming::Gatherer gatherer;
-    for (;;) {
-        ssize_t count;
-        int fd;
-        {
-            // The descriptor is taken afresh for every read: a disconnect() from elsewhere ends
-            // the loop here.
-            ySocketDescriptor::Use use(this->fd);
-            fd = use.fd();
-            count = read(fd, buffer, ySocketFraming::kReadSize);
-        }
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            break;
-        YM_LOG("%s:#### [%d]: [r%ld-b%ld]", kFn, fd, static_cast<long>(count),
-               static_cast<long>(strnlen(buffer, static_cast<size_t>(count))));
-        gatherer.takeChunk(std::string_view(buffer, static_cast<size_t>(count)), delegate.get());
-    }
-    client.disconnect();
-    YM_LOG("%s: connect finished", kFn);
+    uint64_t ticket = _impl->core->askAttempt();
+    _impl->core->waitFor(ticket, Clock::now() + ySocketFraming::kAttemptWaitLimit);
 }
 
 bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
 {
     static const char *const kFn = "-[ySocketClientImpl_SDK send:]";
-    if (_impl->fd.load() < 0) {
-        YM_LOG("%s: socket connect %d is not ready, need connect it again!", kFn, _impl->fd.load());
-        // An attempt (another sender's, or this one's) that does not end in time counts as a
-        // failed one: the caller's thread is never held by a peer that does not answer.
-        auto deadline = std::chrono::steady_clock::now() + ySocketFraming::kAttemptWaitLimit;
-        std::unique_lock<std::mutex> lock(_impl->conditionLock, std::defer_lock);
-        // Another attempt holds the lock for as long as it takes (a few seconds at most).
-        while (!lock.try_lock()) {
-            if (std::chrono::steady_clock::now() >= deadline)
-                return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        if (!ymDetachThread([self = shared_from_this()] { self->connect(); }))
-            return false;
-        // One wake-up is taken as the attempt's outcome. The attempt cannot signal before this
-        // wait has released the lock, so the signal is never missed.
-        _impl->condition.wait_until(lock, deadline);
-        lock.unlock();
-        if (!message || _impl->fd.load() < 0)
+    ClientCore &core = *_impl->core;
+    std::shared_ptr<ySocketConnection> connection = core.current();
+    if (!connection) {
+        YM_LOG("%s: socket connect %d is not ready, need connect it again!", kFn, -1);
+        // An attempt that has no outcome in time counts as a failed one: the caller's thread is
+        // never held by a peer that does not answer.
+        uint64_t ticket = core.askAttempt();
+        core.waitFor(ticket, Clock::now() + ySocketFraming::kAttemptWaitLimit);
+        connection = core.current();
+        if (!message || !connection)
             return false;
     } else if (!message) {
         return false;
@@ -176,17 +148,10 @@ bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
         return false;
 
     std::string_view bytes = ySocketFraming::bytesToSend(message);
-    size_t length = bytes.size();
-    long written;
-    {
-        ySocketDescriptor::Use use(_impl->fd);
-        YM_LOG("%s: [%d]-[%ld]", kFn, use.fd(), static_cast<long>(length));
-        bool stalled = _impl->stalled;
-        written = ySocketFraming::sendOnce(use.fd(), bytes, stalled);
-        _impl->stalled = stalled;
-    }
+    YM_LOG("%s: [%d]-[%ld]", kFn, connection->number(), static_cast<long>(bytes.size()));
+    ySocketConnection::Written written = connection->write(bytes);
     // A failed write of a non-empty text still answers YES; only an empty one is looked at.
-    if (length != 0 || written == 0)
+    if (!bytes.empty() || written != ySocketConnection::Written::failed)
         return true;
     YM_LOG("%s: write error!", kFn);
     return false;
@@ -194,25 +159,327 @@ bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
 
 void ySocketClientImpl_SDK::disconnect()
 {
-    static const char *const kFn = "-[ySocketClientImpl_SDK disconnect]";
-    YM_LOG("%s", kFn);
-    int fd = _impl->fd.withdraw();
-    if (fd >= 0) {
-        YM_LOG("%s: close socket %d, threadDict = %s", kFn, fd, currentThreadDescription().c_str());
-        _impl->fd.closeWithdrawn(fd);
-    }
+    YM_LOG("%s", kDisconnect);
+    _impl->core->stop();
 }
 
-void ySocketClientImpl_SDK::Impl::closeUnpublished(int fd)
+uint64_t ClientCore::askAttempt()
 {
-    // Logs as disconnect() does, for the socket of a failed attempt that was never published.
-    static const char *const kFn = "-[ySocketClientImpl_SDK disconnect]";
-    YM_LOG("%s", kFn);
-    YM_LOG("%s: close socket %d, threadDict = %s", kFn, fd, currentThreadDescription().c_str());
-    close(fd);
+    uint64_t ticket;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        if (!wanted) {
+            wanted = true;
+            use = std::make_shared<ymIOLoop::Use>();
+        }
+        ticket = ++attemptsAsked;
+    }
+    if (ymIOLoop::onIOThread()) {
+        attempt(true);
+    } else {
+        std::weak_ptr<ClientCore> weak = weak_from_this();
+        if (!ymIOLoop::shared().post([weak] {
+                if (std::shared_ptr<ClientCore> self = weak.lock())
+                    self->attempt(true);
+            }))
+            answer(ticket);  // no I/O thread: nothing will connect
+    }
+    return ticket;
 }
 
-std::optional<std::string> ySocketClientImpl_SDK::socketPath() const { return _impl->socketPath; }
-void ySocketClientImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath) { _impl->socketPath = socketPath; }
-std::shared_ptr<ySocketDelegate> ySocketClientImpl_SDK::delegate() const { return _impl->delegate.get(); }
-void ySocketClientImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->delegate.set(delegate); }
+void ClientCore::waitFor(uint64_t ticket, Clock::time_point deadline)
+{
+    if (ymIOLoop::onIOThread())
+        return;
+    std::unique_lock<std::mutex> guard(lock);
+    attempted.wait_until(guard, deadline, [&] { return attemptsAnswered >= ticket; });
+}
+
+void ClientCore::answer(uint64_t ticket)
+{
+    std::lock_guard<std::mutex> guard(lock);
+    if (ticket > attemptsAnswered)
+        attemptsAnswered = ticket;
+    attempted.notify_all();
+}
+
+void ClientCore::stop()
+{
+    std::shared_ptr<ySocketConnection> closing;
+    std::shared_ptr<ymIOLoop::Use> keptUse;
+    uint64_t asked;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        wanted = false;
+        closing = std::move(connection);
+        keptUse = std::move(use);
+        asked = attemptsAsked;
+    }
+    if (closing) {
+        YM_LOG("%s: close socket %d, threadDict = %s", kDisconnect, closing->number(), currentThreadDescription().c_str());
+        closing->close();
+    }
+    if (!keptUse)
+        return;  // never asked to connect: nothing of it is on the I/O thread
+    // The watch, the retry and an attempt under way end on the I/O thread; the use of the thread
+    // is given up there, after them.
+    std::shared_ptr<ClientCore> self = shared_from_this();
+    ymIOLoop::shared().runAndWait(
+        [self, keptUse, asked]() mutable {
+            self->watch.reset();
+            self->retry.reset();
+            if (self->pendingFd >= 0) {
+                ::close(self->pendingFd);
+                self->pendingFd = -1;
+            }
+            std::shared_ptr<ySocketConnection> late;
+            {
+                std::lock_guard<std::mutex> guard(self->lock);
+                if (!self->wanted)
+                    late = std::move(self->connection);  // made by an attempt asked for before the stop
+            }
+            if (late)
+                late->close();
+            self->answer(asked);
+            keptUse.reset();
+        },
+        ySocketFraming::kPeerWaitLimit);
+}
+
+void ClientCore::attempt(bool fresh)
+{
+    if (pendingFd >= 0)
+        return;  // an attempt is under way; tickets it does not answer get one of their own after it
+    retry.reset();  // a retry that was due is this attempt
+    if (fresh)
+        quickRetriesLeft = kQuickRetries;
+    std::shared_ptr<ySocketConnection> existing;
+    bool stillWanted;
+    std::optional<std::string> path;
+    uint64_t ticket;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        existing = connection;
+        stillWanted = wanted;
+        path = socketPath;
+        ticket = attemptsAsked;
+    }
+    if (existing) {
+        // Despite the words, nothing is closed: the connection stays as it is.
+        YM_LOG("%d is already connected. close it.", existing->number());
+        answer(ticket);
+        return;
+    }
+    if (!stillWanted) {
+        answer(ticket);  // stopped meanwhile
+        return;
+    }
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd == -1) {
+        YM_LOG("%s: socket error!", kConnect);
+        answer(ticket);
+        waitForPeer(EMFILE);
+        return;
+    }
+    if (!path) {
+        YM_LOG("%s: socketPath is nil", kConnect);
+        closeUnpublished(fd);
+        answer(ticket);
+        return;
+    }
+    size_t length = ymText::utf16Length(*path);
+    if (length >= ySocketFraming::kMaximumPathLength) {
+        YM_LOG("%s: socket_path len = %ld, too long", kConnect, static_cast<long>(length));
+        closeUnpublished(fd);
+        answer(ticket);
+        return;
+    }
+    std::memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path->c_str(), ySocketFraming::kAddressPathBytes);
+    // The length is taken from the whole path, not from what fitted into the address.
+    addressLength = static_cast<socklen_t>(path->size() + offsetof(sockaddr_un, sun_path));
+    // The folder is watched before the attempt: a socket made there after it fails is seen.
+    watchFolder(*path);
+    pendingFd = fd;
+    pendingTicket = ticket;
+    pendingDeadline = Clock::now() + ySocketFraming::kPeerWaitLimit;
+    tryConnect();
+}
+
+void ClientCore::tryConnect()
+{
+    int result;
+    do {
+        result = ::connect(pendingFd, reinterpret_cast<struct sockaddr *>(&address), addressLength);
+    } while (result == -1 && errno == EINTR);
+    if (result == 0 || errno == EISCONN) {
+        connected(pendingFd);
+        return;
+    }
+    int error = errno;
+    if ((error == EAGAIN || error == EINPROGRESS || error == EALREADY) && Clock::now() < pendingDeadline) {
+        // The listen queue is full: the peer may take this connection within the wait limit.
+        std::weak_ptr<ClientCore> weak = weak_from_this();
+        retry = ymIOLoop::Timer::after(kFullQueueRetry, [weak] {
+            if (std::shared_ptr<ClientCore> self = weak.lock(); self && self->pendingFd >= 0)
+                self->tryConnect();
+        });
+        return;
+    }
+    failed(error);
+}
+
+void ClientCore::connected(int fd)
+{
+    pendingFd = -1;
+    std::shared_ptr<ySocketConnection> made = ySocketConnection::serve(fd, weak_from_this(), kConnect);
+    if (!made) {
+        YM_LOG("%s: connect error", kConnect);
+        answer(pendingTicket);
+        waitForPeer(ENOMEM);
+        return;
+    }
+    uint64_t asked;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        connection = made;
+        asked = attemptsAsked;
+    }
+    watch.reset();
+    retry.reset();
+    quickRetriesLeft = 0;
+    answer(asked);  // whoever asked meanwhile finds the connection standing
+    YM_LOG("%s: connect %d success...", kConnect, fd);
+}
+
+void ClientCore::failed(int error)
+{
+    YM_LOG("%s: connect error", kConnect);
+    closeUnpublished(pendingFd);
+    pendingFd = -1;
+    answer(pendingTicket);
+    uint64_t asked;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        asked = attemptsAsked;
+    }
+    if (asked > pendingTicket) {
+        // Asked for while this attempt was under way: an attempt of their own, now.
+        std::weak_ptr<ClientCore> weak = weak_from_this();
+        ymIOLoop::shared().post([weak] {
+            if (std::shared_ptr<ClientCore> self = weak.lock())
+                self->attempt(false);
+        });
+    }
+    waitForPeer(error);
+}
+
+void ClientCore::closeUnpublished(int fd)
+{
+    // Logs as disconnect() does, for the socket of a failed attempt that never became a connection.
+    YM_LOG("%s", kDisconnect);
+    YM_LOG("%s: close socket %d, threadDict = %s", kDisconnect, fd, currentThreadDescription().c_str());
+    ::close(fd);
+}
+
+void ClientCore::retryAfter(std::chrono::milliseconds delay, std::chrono::milliseconds slack)
+{
+    std::weak_ptr<ClientCore> weak = weak_from_this();
+    retry = ymIOLoop::Timer::after(
+        delay,
+        [weak] {
+            if (std::shared_ptr<ClientCore> self = weak.lock())
+                self->attempt(false);
+        },
+        slack);
+}
+
+void ClientCore::waitForPeer(int error)
+{
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        if (!wanted)
+            return;
+    }
+    if (error != ENOENT && quickRetriesLeft > 0) {
+        // Its socket is there but nobody listens on it yet, or no more: soon, perhaps.
+        auto delay = std::chrono::milliseconds(10 << (kQuickRetries - quickRetriesLeft));
+        --quickRetriesLeft;
+        retryAfter(delay);
+    } else if (error == EAGAIN || error == EINPROGRESS || error == EALREADY || error == EMFILE || error == ENFILE ||
+               error == ENOMEM || error == ENOBUFS || !watch) {
+        retryAfter(kSlowRetry, std::chrono::seconds(10));
+    }
+    // Otherwise (nobody listens, or no socket at all) the folder's watch wakes the client once a
+    // socket is made there again.
+}
+
+void ClientCore::watchFolder(const std::string &path)
+{
+    if (watch && watchedPath == path)
+        return;
+    watch.reset();
+    watchedPath = path;
+    size_t slash = path.rfind('/');
+    std::string folder = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+    std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    std::weak_ptr<ClientCore> weak = weak_from_this();
+    watch = ymIOLoop::DirectoryWatch::watch(folder, [weak, name](const char *entry) {
+        std::shared_ptr<ClientCore> self = weak.lock();
+        if (!self)
+            return;
+        if (!entry) {
+            // The folder went: look again once a minute (a new one may come).
+            self->watch.reset();
+            if (!self->current())
+                self->retryAfter(kSlowRetry, std::chrono::seconds(10));
+            return;
+        }
+        if (name == entry && !self->current())
+            self->attempt(true);
+    });
+}
+
+void ClientCore::connectionRead(ySocketConnection &connection, long count, std::string_view chunk)
+{
+    YM_LOG("%s:#### [%d]: [r%ld-b%ld]", kConnect, connection.number(), count,
+           static_cast<long>(strnlen(chunk.data(), chunk.size())));
+}
+
+void ClientCore::connectionReceived(ySocketConnection &, const std::string &message)
+{
+    if (std::shared_ptr<ySocketDelegate> receiver = delegate.get())
+        receiver->onMessageRecieved(message);
+}
+
+void ClientCore::connectionEnded(ySocketConnection &ended)
+{
+    // The reader's end, as it has always been logged.
+    YM_LOG("%s", kDisconnect);
+    YM_LOG("%s: close socket %d, threadDict = %s", kDisconnect, ended.number(), currentThreadDescription().c_str());
+    YM_LOG("%s: connect finished", kConnect);
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        if (connection.get() == &ended)
+            connection.reset();
+    }
+    // The peer went: connect again at once, and if nobody listens, as soon as its socket is made
+    // again.
+    attempt(true);
+}
+
+std::optional<std::string> ySocketClientImpl_SDK::socketPath() const
+{
+    std::lock_guard<std::mutex> guard(_impl->core->lock);
+    return _impl->core->socketPath;
+}
+
+void ySocketClientImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath)
+{
+    std::lock_guard<std::mutex> guard(_impl->core->lock);
+    _impl->core->socketPath = socketPath;
+}
+
+std::shared_ptr<ySocketDelegate> ySocketClientImpl_SDK::delegate() const { return _impl->core->delegate.get(); }
+void ySocketClientImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->core->delegate.set(delegate); }

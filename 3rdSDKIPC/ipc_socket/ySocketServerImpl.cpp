@@ -1,30 +1,58 @@
 #include <YumoClientSdk/ySocketServerImpl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
-#include <vector>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <vector>
 
-#include "3rdSDKIPC/ipc_socket/ySocketDescriptor.h"
-#include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
+#include "3rdSDKIPC/ipc_socket/ySocketConnection.h"
 #include "foundation/ymLog.h"
 #include "foundation/ymTextRules.h"
-#include "foundation/ymThread.h"
 #include "foundation/ymWeakReference.h"
+#include "platform/ymIOLoop.h"
 
-struct ySocketServerImpl_SDK::Impl {
-    ySocketDescriptor fd;  // the listening socket; -1 when there is none
-    int cl = 0;            // never assigned; printed beside fd
-    std::vector<int> vecConnections;
-    // The connections that took nothing for the whole wait limit on their last write.
-    std::vector<int> stalledConnections;
+namespace {
+
+const char *const kReader = "-[ySocketServerImpl_SDK connectionProcessFunc:]";
+
+// After an accept that failed (for want of descriptors or memory, say), accepting pauses this
+// long rather than fail again at once for as long as the cause lasts.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+// What the server is, shared with the I/O thread: the listening socket and the connections.
+struct ServerCore : ySocketConnection::Owner, std::enable_shared_from_this<ServerCore> {
+    std::atomic<int> fd{-1};  // the listening socket; -1 when there is none
+    int cl = 0;               // never assigned; printed beside fd
     std::mutex vecConnectionsLock;
+    std::vector<std::shared_ptr<ySocketConnection>> vecConnections;
+    std::mutex propertiesLock;
     std::optional<std::string> socketPath;
     ymWeakReference<ySocketDelegate> delegate;
+
+    // The I/O thread's.
+    std::unique_ptr<ymIOLoop::Descriptor> accepting;
+    std::unique_ptr<ymIOLoop::Timer> acceptPause;
+
+    void watchListening(int listening);
+    void acceptPeers(int listening);
+    void adopt(int connection);
+
+    void connectionRead(ySocketConnection &connection, long count, std::string_view chunk) override;
+    void connectionReceived(ySocketConnection &connection, const std::string &message) override;
+    void connectionEnded(ySocketConnection &connection) override;
+};
+
+}  // namespace
+
+struct ySocketServerImpl_SDK::Impl {
+    std::shared_ptr<ServerCore> core = std::make_shared<ServerCore>();
+    // Keeps the I/O thread while the server listens.
+    std::shared_ptr<ymIOLoop::Use> use;
 };
 
 std::shared_ptr<ySocketServerImpl_SDK> ySocketServerImpl_SDK::create()
@@ -47,22 +75,28 @@ bool ySocketServerImpl_SDK::start()
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK start]";
     YM_LOG("%s", kFn);
-    if (!_impl->socketPath) {
+    std::optional<std::string> socketPath = this->socketPath();
+    if (!socketPath) {
         YM_LOG("%s: socketPath is nil", kFn);
         return false;
     }
-    const std::string &path = *_impl->socketPath;
+    const std::string &path = *socketPath;
     size_t length = ymText::utf16Length(path);
     if (length >= ySocketFraming::kMaximumPathLength) {
         YM_LOG("%s: socket path is too long!, len = %ld", kFn, static_cast<long>(length));
         return false;
     }
-    int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ServerCore &core = *_impl->core;
+    if (core.fd.load() >= 0) {
+        YM_LOG("%s: already listening on %d", kFn, core.fd.load());
+        return false;
+    }
+    int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (listening < 0) {
         YM_LOG("%s: socket error!", kFn);
         return false;
     }
-    _impl->fd.publish(listening);
+    core.fd = listening;
 
     struct sockaddr_un address;
     std::memset(&address, 0, sizeof address);
@@ -80,89 +114,126 @@ bool ySocketServerImpl_SDK::start()
         end();
         return false;
     }
+    // From here the I/O thread accepts the peers, until end().
+    _impl->use = std::make_shared<ymIOLoop::Use>();
+    auto watching = std::make_shared<std::atomic<bool>>(false);
+    ymIOLoop::shared().runAndWait(
+        [core = _impl->core, listening, watching] {
+            core->watchListening(listening);
+            *watching = core->accepting != nullptr;
+        },
+        ySocketFraming::kPeerWaitLimit);
+    if (!*watching) {
+        YM_LOG("%s: listen error!", kFn);
+        end();
+        return false;
+    }
+    return true;
+}
 
-    // The accept loop has no way out. After end() the descriptor is -1, every accept fails at
-    // once and the loop goes on logging; a server that has listened is never restarted.
+void ServerCore::watchListening(int listening)
+{
+    std::weak_ptr<ServerCore> weak = weak_from_this();
+    accepting = ymIOLoop::Descriptor::watch(listening, [weak, listening](bool, bool, bool) {
+        if (std::shared_ptr<ServerCore> self = weak.lock())
+            self->acceptPeers(listening);
+    });
+}
+
+void ServerCore::acceptPeers(int listening)
+{
+    static const char *const kFn = "-[ySocketServerImpl_SDK start]";
     for (;;) {
-        struct sockaddr_un peer;
-        socklen_t peerLength = sizeof peer;
-        int connection;
-        {
-            ySocketDescriptor::Use use(_impl->fd);  // read afresh: -1 once end() has run
-            connection = accept4(use.fd(), reinterpret_cast<struct sockaddr *>(&peer), &peerLength, SOCK_CLOEXEC);
-        }
-        if (connection == -1) {
-            YM_LOG("%s: accept error, discard!", kFn);
+        int connection = accept4(listening, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (connection >= 0) {
+            adopt(connection);
             continue;
         }
-        ySocketFraming::limitPeerWaits(connection);  // a peer that stops reading holds a broadcast this long at most
-        {
-            std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
-            _impl->vecConnections.push_back(connection);
-        }
-        if (!ymDetachThread([self = shared_from_this(), connection] { self->connectionProcessFunc(connection); })) {
-            // No thread to read this peer: let it go rather than keep a connection nobody serves.
-            std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
-            auto found = std::find(_impl->vecConnections.begin(), _impl->vecConnections.end(), connection);
-            if (found != _impl->vecConnections.end()) {
-                _impl->vecConnections.erase(found);
-                close(connection);
-            }
-        }
+        int error = errno;
+        if (error == EINTR)
+            continue;
+        if (error == EAGAIN || error == EWOULDBLOCK)
+            return;
+        YM_LOG("%s: accept error, discard!", kFn);
+        if (error == ECONNABORTED)
+            continue;  // a peer that went before it was accepted
+        // A shortage of descriptors or memory, or anything else that would fail again at once:
+        // accepting pauses a little rather than spin for as long as it lasts.
+        accepting.reset();
+        std::weak_ptr<ServerCore> weak = weak_from_this();
+        acceptPause = ymIOLoop::Timer::after(kAcceptPause, [weak, listening] {
+            std::shared_ptr<ServerCore> self = weak.lock();
+            if (self && self->fd.load() == listening)
+                self->watchListening(listening);
+        });
+        return;
     }
+}
+
+void ServerCore::adopt(int connection)
+{
+    std::shared_ptr<ySocketConnection> served = ySocketConnection::serve(connection, weak_from_this(), kReader);
+    if (!served)
+        return;
+    std::lock_guard<std::mutex> guard(vecConnectionsLock);
+    vecConnections.push_back(std::move(served));
 }
 
 void ySocketServerImpl_SDK::connectionProcessFunc(int fd)
 {
-    static const char *const kFn = "-[ySocketServerImpl_SDK connectionProcessFunc:]";
-    char buffer[ySocketFraming::kReadBufferSize];
-    ySocketFraming::Gatherer gatherer;
-    for (;;) {
-        ssize_t count = read(fd, buffer, ySocketFraming::kReadSize);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            break;
-        buffer[count] = '\0';  // the chunk prints up to its first zero byte
-        YM_LOG("%s: read [%d-%d]: %ld.%s\n", kFn, _impl->fd.load(), _impl->cl, static_cast<long>(count), buffer);
-        gatherer.takeChunk(std::string_view(buffer, static_cast<size_t>(count)), _impl->delegate.get());
-    }
+    ymIOLoop::Use use;
+    ymIOLoop::shared().runAndWait([core = _impl->core, fd] { core->adopt(fd); }, ySocketFraming::kPeerWaitLimit);
+}
+
+void ServerCore::connectionRead(ySocketConnection &, long count, std::string_view chunk)
+{
+    YM_LOG("%s: read [%d-%d]: %ld.%s\n", kReader, fd.load(), cl, count, chunk.data());
+}
+
+void ServerCore::connectionReceived(ySocketConnection &, const std::string &message)
+{
+    if (std::shared_ptr<ySocketDelegate> receiver = delegate.get())
+        receiver->onMessageRecieved(message);
+}
+
+void ServerCore::connectionEnded(ySocketConnection &ended)
+{
     {
-        std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
-        auto found = std::find(_impl->vecConnections.begin(), _impl->vecConnections.end(), fd);
-        if (found != _impl->vecConnections.end())
-            _impl->vecConnections.erase(found);
-        std::erase(_impl->stalledConnections, fd);
+        std::lock_guard<std::mutex> guard(vecConnectionsLock);
+        auto found = std::find_if(vecConnections.begin(), vecConnections.end(),
+                                  [&](const std::shared_ptr<ySocketConnection> &connection) { return connection.get() == &ended; });
+        if (found != vecConnections.end())
+            vecConnections.erase(found);
     }
-    close(fd);
-    YM_LOG("%s: connection %d finished!", kFn, fd);
+    YM_LOG("%s: connection %d finished!", kReader, ended.number());
 }
 
 bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK send:]";
-    std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
-    if (_impl->fd.load() < 0 || _impl->vecConnections.empty()) {
-        YM_LOG("%s: fd is %d,  connections %d!", kFn, _impl->fd.load(), static_cast<int>(_impl->vecConnections.size()));
+    ServerCore &core = *_impl->core;
+    std::lock_guard<std::mutex> guard(core.vecConnectionsLock);
+    if (core.fd.load() < 0 || core.vecConnections.empty()) {
+        YM_LOG("%s: fd is %d,  connections %d!", kFn, core.fd.load(), static_cast<int>(core.vecConnections.size()));
         return false;
     }
     std::string_view bytes = ySocketFraming::bytesToSend(message);
-    size_t length = bytes.size();
-    YM_LOG("%s: [%d:%d]-[%ld]: buf = %.*s", kFn, _impl->fd.load(), _impl->cl, static_cast<long>(length), static_cast<int>(length), bytes.data());
-    for (int connection : _impl->vecConnections) {
-        auto stalledAt = std::find(_impl->stalledConnections.begin(), _impl->stalledConnections.end(), connection);
-        bool stalled = stalledAt != _impl->stalledConnections.end();
-        long written = ySocketFraming::sendOnce(connection, bytes, stalled);
-        if (stalled && stalledAt == _impl->stalledConnections.end())
-            _impl->stalledConnections.push_back(connection);
-        else if (!stalled && stalledAt != _impl->stalledConnections.end())
-            _impl->stalledConnections.erase(stalledAt);
-        if (written == static_cast<long>(length))
+    long length = static_cast<long>(bytes.size());
+    YM_LOG("%s: [%d:%d]-[%ld]: buf = %.*s", kFn, core.fd.load(), core.cl, length, static_cast<int>(length), bytes.data());
+    // Each peer's outcome is logged once it is known: at once, or when a queued text has gone or
+    // has been given up.
+    auto outcome = [length](bool whole) {
+        if (whole)
             YM_LOG("%s: send success...", kFn);
         else if (length != 0)
-            YM_LOG("%s: partial write! [%ld]", kFn, static_cast<long>(length));
+            YM_LOG("%s: partial write! [%ld]", kFn, length);
         else
-            YM_LOG("%s: write error! [%ld]", kFn, static_cast<long>(length));
+            YM_LOG("%s: write error! [%ld]", kFn, length);
+    };
+    for (const std::shared_ptr<ySocketConnection> &connection : core.vecConnections) {
+        ySocketConnection::Written written = connection->write(bytes, outcome);
+        if (written != ySocketConnection::Written::queued)
+            outcome(written == ySocketConnection::Written::whole);
     }
     return true;
 }
@@ -170,29 +241,49 @@ bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
 bool ySocketServerImpl_SDK::end()
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK end]";
-    int listening = _impl->fd.withdraw();
+    ServerCore &core = *_impl->core;
+    int listening = core.fd.exchange(-1);
     if (listening < 0) {
-        YM_LOG("%s: socket %d is invalid!", kFn, listening);
+        YM_LOG("%s: socket %d is invalid!", kFn, -1);
         return false;
     }
-    // The accept thread is woken and let go of the socket before it is closed.
-    if (_impl->fd.closeWithdrawn(listening) == 0)
-        YM_LOG("%s: close success!", kFn);
-    {
-        // Each connection is shut down here and closed by its own reader thread, which wakes up
-        // at once: closing it here too would let a second close hit a descriptor number that
-        // another part of the process has opened meanwhile.
-        std::lock_guard<std::mutex> guard(_impl->vecConnectionsLock);
-        for (int connection : _impl->vecConnections)
-            shutdown(connection, SHUT_RDWR);
-        _impl->vecConnections.clear();
-        _impl->stalledConnections.clear();
-    }
+    // Accepting ends on the I/O thread before the socket is closed, and the peers are closed there
+    // too (each once what was sent to it has gone); the use of the thread is given up after them.
+    // A socket that never listened has nothing there.
+    bool listened = _impl->use != nullptr;
+    auto close = [core = _impl->core, listening, use = std::move(_impl->use)]() mutable {
+        core->accepting.reset();
+        core->acceptPause.reset();
+        if (::close(listening) == 0)
+            YM_LOG("%s: close success!", kFn);
+        std::vector<std::shared_ptr<ySocketConnection>> connections;
+        {
+            std::lock_guard<std::mutex> guard(core->vecConnectionsLock);
+            connections.swap(core->vecConnections);
+        }
+        for (const std::shared_ptr<ySocketConnection> &connection : connections)
+            connection->close();
+        use.reset();
+    };
+    if (listened)
+        ymIOLoop::shared().runAndWait(close, ySocketFraming::kPeerWaitLimit);
+    else
+        close();
     YM_LOG("%s", kFn);
     return true;
 }
 
-std::optional<std::string> ySocketServerImpl_SDK::socketPath() const { return _impl->socketPath; }
-void ySocketServerImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath) { _impl->socketPath = socketPath; }
-std::shared_ptr<ySocketDelegate> ySocketServerImpl_SDK::delegate() const { return _impl->delegate.get(); }
-void ySocketServerImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->delegate.set(delegate); }
+std::optional<std::string> ySocketServerImpl_SDK::socketPath() const
+{
+    std::lock_guard<std::mutex> guard(_impl->core->propertiesLock);
+    return _impl->core->socketPath;
+}
+
+void ySocketServerImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath)
+{
+    std::lock_guard<std::mutex> guard(_impl->core->propertiesLock);
+    _impl->core->socketPath = socketPath;
+}
+
+std::shared_ptr<ySocketDelegate> ySocketServerImpl_SDK::delegate() const { return _impl->core->delegate.get(); }
+void ySocketServerImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->core->delegate.set(delegate); }

@@ -10,45 +10,54 @@
 
 /// ySocketClientImpl_SDK: the connecting end of the local socket transport.
 ///
-/// connect() runs on a thread of its own: it connects to the path, signals the outcome, and then
-/// stays as the connection's reader, handing what it reads to the delegate (see ySocketDelegate)
-/// until the peer closes. send() writes on the same socket; when there is no connection it starts
-/// one fresh attempt on a new thread, waits for that attempt's outcome, and sends if it stood.
-/// A connection the peer closes is re-opened only by the next send().
+/// The client's socket is served by the SDK's I/O thread (one per process): it connects there,
+/// reads there, and hands each whole message it reads to the delegate there (see
+/// ySocketDelegate). send() writes on the caller's thread when the socket takes the text at once,
+/// and otherwise leaves the rest to the I/O thread; texts from several threads go out whole and in
+/// order. When there is no connection, send() first asks for one attempt and waits for its outcome.
 ///
-/// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write, and since a
-/// failed write of a non-empty text still answers YES, the caller learns of it only from the
-/// next send(), which reconnects.
+/// The connection comes back by itself: from the first attempt on (connect() or send()) until
+/// disconnect(), a client whose peer went away, or that could not connect, connects again as soon
+/// as a peer listens on its path again. It is woken by the socket being made again in its folder,
+/// not by polling: with nobody listening, it does not wake at all. (The transport the meeting
+/// client and its companions share re-opens a connection only on the next send.)
 ///
-/// Bounded waits: a connect (to a server whose listen queue is full) and a write (to a server that
-/// does not read) each wait at most 3 seconds, and then count as the failed connect or the failed
-/// write they are; after a write that waited so, writes do not wait until the server takes a whole
-/// text again. send() waits at most 4 seconds for a connection attempt, its own or another
-/// sender's. A caller's thread is never held longer by a meeting client that is stopped. (The
-/// original transport waited without limit.)
+/// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write, and a failed
+/// write of a non-empty text still answers YES.
 ///
-/// Threads: connect() runs on a thread of its own (the channel starts it); send() and disconnect()
-/// may come from any thread at any time; the delegate is called on the connection's reader thread.
+/// Bounded waits: send() waits at most 4 seconds for a connection attempt (a connect to a full
+/// listen queue is given 3 of them) and never waits for the peer to take a text: a text the peer
+/// has not begun to take within 3 seconds is dropped as a failed write, and until the peer has taken
+/// what is queued, further texts fail at once. A caller's thread is never held longer by a meeting
+/// client that is stopped.
+///
+/// Releasing the client (or disconnect()) closes its socket, once what was already sent has gone
+/// (at most 3 seconds later), and ends its watches: it leaves no thread and no descriptor behind.
+///
+/// Threads: every method may be called from any thread; the delegate is called on the I/O thread.
 class YM_EXPORT ySocketClientImpl_SDK : public std::enable_shared_from_this<ySocketClientImpl_SDK> {
 public:
-    /// A new, unconnected client. Clients live in shared pointers: their reader threads hold them.
+    /// A new, unconnected client.
     static std::shared_ptr<ySocketClientImpl_SDK> create();
 
     /// Disconnects (see disconnect()).
     ~ySocketClientImpl_SDK();
 
-    /// Thread body: connects, signals any send() waiting for the attempt, then reads until the
-    /// connection ends. Does nothing but signal when already connected. Fails (logging why) when
-    /// the path is missing, has 104 UTF-16 units or more, or nobody listens on it.
+    /// Makes one connection attempt on the I/O thread and waits for its outcome (4 seconds at
+    /// most; on the I/O thread it does not wait). Does nothing but log when already connected.
+    /// Fails (logging why) when the path is missing, has 104 UTF-16 units or more, or nobody
+    /// listens on it; the client then connects by itself once somebody does.
     void connect();
 
     /// Writes the text once. When not connected, first makes one connection attempt and waits for
-    /// it (4 seconds at most); answers NO when that fails or does not end in time. Answers NO for a missing or empty text. Otherwise YES when
-    /// the text had bytes to send, whatever the write did; for a text that converts to no bytes
-    /// (65,535 bytes of UTF-8 or more), YES only when the empty write succeeded.
+    /// it (4 seconds at most); answers NO when that fails or does not end in time. Answers NO for
+    /// a missing or empty text. Otherwise YES when the text had bytes to send, whatever became of
+    /// them; for a text that converts to no bytes (65,535 bytes of UTF-8 or more), YES unless the
+    /// connection could take nothing at all.
     bool send(const std::optional<std::string> &message);
 
-    /// Closes the socket when it is open; the reader then finishes by itself.
+    /// Closes the socket when it is open (once what was sent has gone, at most 3 seconds later)
+    /// and stops connecting again by itself, until the next connect() or send().
     void disconnect();
 
     /// The server's socket path (copied). Set it before connect().

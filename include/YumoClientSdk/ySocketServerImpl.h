@@ -10,48 +10,51 @@
 
 /// ySocketServerImpl_SDK: the listening end of the local socket transport.
 ///
-/// It binds a Unix-domain stream socket at a path, accepts any number of peers, reads each peer on
-/// a thread of its own and hands what arrives to its delegate (see ySocketDelegate), and broadcasts
-/// outgoing text to every peer at once. It knows nothing of the message content.
+/// It binds a Unix-domain stream socket at a path, accepts any number of peers, hands each whole
+/// message a peer sends to its delegate (see ySocketDelegate), and broadcasts outgoing text to every
+/// peer at once. It knows nothing of the message content.
 ///
-/// Threads: start() runs the accept loop on the thread that calls it and never returns once the
-/// socket listens, not even after end(): from then on every accept fails and the loop keeps
-/// logging "accept error, discard!". Each accepted peer gets a detached reader thread, which calls
-/// the delegate (so different peers call it at the same time). send() and end() may come from any
-/// thread. The accept thread and the reader threads keep the object alive while they run.
+/// Threads: the listening socket and every peer are served by the SDK's I/O thread (one per
+/// process), which calls the delegate (for one peer after another, never at the same time).
+/// start() returns as soon as the socket listens; end() stops accepting and closes every peer.
+/// send() and end() may come from any thread. (The transport the meeting client and its companions
+/// share gives each peer a thread of its own, and an accept loop that outlives end().)
 ///
 /// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write.
 ///
-/// Bounded waits: a write to a peer that does not read waits at most 3 seconds and then counts as
-/// the failed write it is ("partial write!"); until that peer takes a whole text again, writes
-/// to it do not wait at all. So one peer that stops reading holds a broadcast once, for 3 seconds,
-/// and never stops the server answering the others. (The original transport waited without
-/// limit.)
+/// Bounded waits: a broadcast never waits for a peer. What a peer does not take at once is queued
+/// for it and written as it reads; a text that peer has not begun to take within 3 seconds is
+/// dropped ("partial write!"), and until it has taken what is queued, further texts to it fail at
+/// once. So one peer that stops reading never stops the server answering the others.
+///
+/// Releasing the server ends it (see end()): it leaves no thread and no descriptor behind.
 class YM_EXPORT ySocketServerImpl_SDK : public std::enable_shared_from_this<ySocketServerImpl_SDK> {
 public:
-    /// A new server without a socket. Servers live in shared pointers: their threads hold them.
+    /// A new server without a socket.
     static std::shared_ptr<ySocketServerImpl_SDK> create();
 
     /// Ends the server (see end()).
     ~ySocketServerImpl_SDK();
 
-    /// Makes, binds and listens on the socket, then accepts peers for ever on the calling thread.
-    /// Returns only when the set-up fails, and then answers NO: no path, a path of 104 UTF-16
-    /// units or more (refused before any socket is made), or socket(), bind() or listen() failed.
-    /// A stale socket file at the path is removed first. Run it on a thread of its own.
+    /// Makes, binds and listens on the socket; from then on the I/O thread accepts peers, until
+    /// end(). Answers YES once the socket listens, NO when the set-up fails: no path, a path of 104
+    /// UTF-16 units or more (refused before any socket is made), or socket(), bind() or listen()
+    /// failed. A stale socket file at the path is removed first.
     bool start();
 
-    /// Writes the text once to every accepted peer, in the order they were accepted (at most 3
-    /// seconds for a peer that does not read). Answers NO when there is no listening socket or no
-    /// peer; otherwise YES, whatever the writes did.
-    /// A text whose UTF-8 form has 65,535 bytes or more is not sent whole (see ySocketFraming).
+    /// Writes the text once to every accepted peer, in the order they were accepted, never waiting
+    /// for one (see above). Answers NO when there is no listening socket or no peer; otherwise YES,
+    /// whatever the writes did. Each peer's outcome is logged once it is known. A text whose UTF-8
+    /// form has 65,535 bytes or more is not sent whole (nothing of it goes).
     bool send(const std::optional<std::string> &message);
 
-    /// Closes the listening socket and every accepted connection. Answers NO, touching nothing,
-    /// when there is no listening socket. The reader threads then finish by themselves.
+    /// Stops accepting, closes the listening socket, and closes every accepted connection once
+    /// what was sent to it has gone (at most 3 seconds later). Answers NO, touching nothing, when
+    /// there is no listening socket.
     bool end();
 
-    /// Body of the reader thread of one accepted connection.
+    /// Serves an accepted descriptor as one of the server's peers, on the I/O thread; the
+    /// descriptor is the server's from then on. Returns at once.
     void connectionProcessFunc(int fd);
 
     /// The socket's path (copied). Set it before start().

@@ -92,9 +92,8 @@ YM_EXPORT BOOL ymIsRegisteredDevice(const char *deviceName, const char *deviceIn
  * comes to the presence callback on the main loop. */
 YM_EXPORT int32_t ymGetIMPresenceStatus(void);
 
-/** Sends an audio command for the device to the host process. The index and name go into the
- * message as they are (they must not hold '"', '\\' or control characters); NULL prints
- * "(null)". Answers a ymCommandStatus. */
+/** Sends an audio command for the device to the host process. The index and name are escaped as
+ * JSON requires, so any text travels whole; NULL prints "(null)". Answers a ymCommandStatus. */
 YM_EXPORT int32_t ymSetAudioCmd(int32_t audioCmd, const char *deviceIndex, const char *deviceName, uint32_t usbVid,
                                 uint32_t usbPid);
 

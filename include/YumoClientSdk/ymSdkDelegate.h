@@ -10,7 +10,7 @@
 #include "ymBase.h"
 
 /// An audio device as a companion knows it. Passed by value. Its index and name go into messages
-/// as they are: they must not hold `"`, `\` or control characters.
+/// escaped as JSON requires: any text travels whole.
 struct YMAudioDevice_s {
     std::optional<std::string> deviceIndex;  ///< the device's index, as text
     std::optional<std::string> deviceName;  ///< the device's name

@@ -32,11 +32,15 @@
 /// delegate is called on the thread that runs ymMainLoop, never on the caller's thread and never
 /// from inside a command. onMessageRecieved() is called by the transports on that same thread.
 ///
+/// The channels connect again by themselves whenever the meeting client or its host process comes
+/// back (it was updated, it crashed, it started after the companion): a companion that only
+/// listens hears them again without sending anything.
+///
 /// A command returns within a few seconds whatever the meeting client does: sending to a client
-/// that is stopped, or whose listen queue is full, waits at most 4 seconds for the connection
-/// and 3 for the write, and then counts as a send that failed (the status is still 0, as for any
-/// send the transport could not complete). Registration waits at most 10 seconds for the shared
-/// list's lock. No exception leaves the SDK.
+/// whose listen queue is full waits at most 4 seconds for the connection, and nothing waits for a
+/// client that does not read (a text it has not begun to take within 3 seconds counts as a send
+/// that failed; the status is still 0, as for any send the transport could not complete).
+/// Registration waits at most 10 seconds for the shared list's lock. No exception leaves the SDK.
 ///
 /// Command status (ymCommandStatus): 0 the text was handed to a transport (no answer is awaited);
 /// 5 the meeting client is not running (also when not installed); 2 and 6 as ymAPIErrorMgr says;
@@ -49,8 +53,9 @@ public:
     static ymSdkImplement *SharedInstance();
 
     /// A facade of its own, with its own channels and notification manager. When the last
-    /// reference goes it cleans up its devices (see CleanupAudioDevices()); its two connections
-    /// and its notification manager stay until the process ends.
+    /// reference goes it cleans up its devices (see CleanupAudioDevices()) and closes its two
+    /// connections; its notification manager goes on observing until the process ends, delivering
+    /// to nobody.
     static std::shared_ptr<ymSdkImplement> create();
 
     ~ymSdkImplement() override;
@@ -63,9 +68,8 @@ public:
     bool RegisterFeature(int64_t features);
 
     /// Sends an audio command for the device to the host process. Any device may be named;
-    /// it need not be registered. The device's index and name are put into the message as they
-    /// are: a `"`, `\` or control character in them makes text that is not JSON, which the host
-    /// process cannot read. Answers the command status (see above).
+    /// it need not be registered. The device's index and name are escaped as JSON requires (a
+    /// `"`, `\` or control character travels whole). Answers the command status (see above).
     int32_t SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevice);
 
     /// Registers a device this companion owns: in this process's list, which decides which audio
@@ -84,9 +88,8 @@ public:
     void CleanupAudioDevices();
 
     /// Asks the meeting client for the user's presence status. Answers the command status; the
-    /// answer reaches the delegate's ymSdkIMPresenceStatus on the main loop. Answers that arrive
-    /// together over a socket are one text the facade cannot read: ask again only once the last
-    /// answer has come.
+    /// answer reaches the delegate's ymSdkIMPresenceStatus on the main loop, one call per answer,
+    /// however many are asked for at once.
     int32_t GetIMPresenceStatus();
 
     /// YES when this process registered the device (same name and index) in its current run.

@@ -77,14 +77,11 @@ struct ymNotificationCenter::State {
     int busTimeout();
     void serveBus();
 
-    // Called by the bus, under the lock. On the loop's thread, while it serves the bus, the
-    // notification is kept and delivered as soon as the bus has been served; on any other thread
-    // (a post that took in what had arrived) it is handed to the main loop.
+    // Called by the bus, under the lock, on whichever thread took the notification in (the loop's,
+    // serving the bus, or a poster's): it is queued on the main loop, so that notifications are
+    // delivered in the order the bus handed them over.
     void received(sdbus::Message &message);
     void deliver(const std::string &name, const UserInfo &userInfo);
-    void deliverKept();
-
-    std::vector<std::pair<std::string, UserInfo>> kept;
 };
 
 namespace {
@@ -100,11 +97,7 @@ public:
     int fileDescriptor() const override { return _state.watchedDescriptor(); }
     short pollEvents() const override { return _state.watchedEvents(); }
     int timeoutMilliseconds() const override { return _state.busTimeout(); }
-    void dispatch() override
-    {
-        _state.serveBus();
-        _state.deliverKept();
-    }
+    void dispatch() override { _state.serveBus(); }
 
 private:
     ymNotificationCenter::State &_state;
@@ -238,21 +231,7 @@ void ymNotificationCenter::State::received(sdbus::Message &message)
         if (value.containsValueOfType<std::string>())
             userInfo.emplace(key, value.get<std::string>());
     }
-    if (servingBusOnLoop)
-        kept.emplace_back(std::move(name), std::move(userInfo));
-    else
-        ymMainLoop::shared().post([this, name, userInfo] { deliver(name, userInfo); });
-}
-
-void ymNotificationCenter::State::deliverKept()
-{
-    std::vector<std::pair<std::string, UserInfo>> ready;
-    {
-        std::lock_guard<std::recursive_mutex> guard(lock);
-        ready.swap(kept);
-    }
-    for (const auto &[name, userInfo] : ready)
-        deliver(name, userInfo);
+    ymMainLoop::shared().post([this, name, userInfo] { deliver(name, userInfo); });
 }
 
 void ymNotificationCenter::State::deliver(const std::string &name, const UserInfo &userInfo)

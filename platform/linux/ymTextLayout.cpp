@@ -1,5 +1,5 @@
 // Text measuring on Pango with fontconfig and FreeType. Points are taken as device units
-// (72 dots per inch), as the text system of the original platform counts them.
+// (72 dots per inch), as the macOS text system counts them.
 #include "platform/ymTextLayout.h"
 
 #include <cmath>

@@ -118,6 +118,17 @@ void writeFile(const std::string &path, const std::string &content)
 
 long openDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
 
+long threadCount() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
+
+bool ioThreadRuns()
+{
+    std::error_code error;
+    for (std::filesystem::directory_iterator task("/proc/self/task", error), end; !error && task != end; task.increment(error))
+        if (readFile(task->path().string() + "/comm") == "yumosdk-io\n")
+            return true;
+    return false;
+}
+
 int countLinesContaining(const std::string &text, const std::string &needle)
 {
     std::istringstream lines(text);

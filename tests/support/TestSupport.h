@@ -78,8 +78,11 @@ bool runMainLoopUntil(const std::function<bool()> &condition, std::chrono::milli
 std::string readFile(const std::string &path);
 void writeFile(const std::string &path, const std::string &content);
 
-// The number of descriptors this process has open.
+// The number of descriptors this process has open, and of its threads.
 long openDescriptors();
+long threadCount();
+// Whether the SDK's I/O thread runs in this process now.
+bool ioThreadRuns();
 
 // Counts the lines of `text` that contain `needle`.
 int countLinesContaining(const std::string &text, const std::string &needle);

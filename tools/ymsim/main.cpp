@@ -24,7 +24,6 @@
 #include <thread>
 #include <unistd.h>
 
-#include "MessageStream.h"
 #include "Options.h"
 #include "platform/ymBundle.h"
 #include "platform/ymNotificationCenter.h"
@@ -142,22 +141,14 @@ public:
     bool listening() const { return _channel != nullptr; }
     int32_t onMessageRecieved(const std::optional<std::string> &text) override
     {
-        // Messages that arrived together come as one text; a message cut short is completed by
-        // the next text. A text that begins a new message (the rest of a cut one never begins
-        // with "{") leaves behind what was left unfinished.
-        std::string received = text.value_or("");
-        size_t first = received.find_first_not_of(" \t\r\n");
-        if (first != std::string::npos && received[first] == '{')
-            _unfinished.clear();
-        std::string gathered = _unfinished + received;
-        for (const std::string &message : splitMessages(gathered, &_unfinished))
-            handle("socket " + _name, message, [this](const std::string &answer) { _channel->sendMessage(answer); });
+        // One whole message at a time, however the companion's writes arrived.
+        if (text)
+            handle("socket " + _name, *text, [this](const std::string &answer) { _channel->sendMessage(answer); });
         return 0;
     }
 
 private:
     std::string _name;
-    std::string _unfinished;
     std::shared_ptr<YMSocketIPCChannel_SDK> _channel;
 };
 

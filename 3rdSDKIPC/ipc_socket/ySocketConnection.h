@@ -1,0 +1,115 @@
+// One connected stream socket, served by the I/O thread (ymIOLoop): what it reads is split into
+// messages (ySocketFraming) and handed to its owner; what is written to it goes out whole and in
+// order, however many threads write.
+//
+// A text goes out at once, on the writer's thread, when nothing is queued before it and the socket
+// takes it whole. Otherwise it is queued, and the I/O thread writes the queue as the peer takes it.
+// A queued text that the peer has not begun to take within the wait limit is dropped (a failed
+// write), and until the queue has drained, further texts fail at once: a peer that stopped reading
+// costs no caller a wait, and costs memory only up to the queue's limit. A text once begun is never
+// cut off by a later one. Writes never raise SIGPIPE.
+//
+// A message the peer leaves unfinished for the wait limit, with nothing more arriving, is given up
+// as not JSON (reading goes on from the next "{" inside it): a peer that broke off one message and
+// then sent a whole one is heard at once, not only when it next writes. Texts given up are logged
+// under the owner's reader name.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
+#include "platform/ymIOLoop.h"
+
+class ySocketConnection : public std::enable_shared_from_this<ySocketConnection>, ySocketFraming::Receiver {
+public:
+    // What the connection tells its owner, on the I/O thread.
+    class Owner {
+    public:
+        virtual ~Owner() = default;
+        // Every read, before the messages it completes.
+        virtual void connectionRead(ySocketConnection &connection, long count, std::string_view chunk) = 0;
+        // One whole message.
+        virtual void connectionReceived(ySocketConnection &connection, const std::string &message) = 0;
+        // The peer closed, or reading failed: the descriptor is closed now.
+        virtual void connectionEnded(ySocketConnection &connection) = 0;
+    };
+
+    // On the I/O thread: serves the connected descriptor, which is the connection's from now on
+    // (closed with it). Null, with the descriptor closed, when it cannot be watched.
+    // `readerName` names the reading function in log lines, as the owner's other lines do.
+    static std::shared_ptr<ySocketConnection> serve(int fd, std::weak_ptr<Owner> owner, const char *readerName);
+
+    ~ySocketConnection() override;
+
+    // The descriptor's number, for log lines (also once it is closed).
+    int number() const { return _number; }
+
+    enum class Written { whole, queued, failed };
+    // Any thread: writes the bytes, or queues them (see above). For a queued text, `done` is
+    // called on the I/O thread once it has gone whole (true) or been dropped (false).
+    Written write(std::string_view bytes, std::function<void(bool whole)> done = nullptr);
+
+    // Any thread: takes no more texts and ends the connection once what is queued has gone (at
+    // most the wait limit later). The owner hears nothing more of it.
+    void close();
+
+    ySocketConnection(const ySocketConnection &) = delete;
+    ySocketConnection &operator=(const ySocketConnection &) = delete;
+
+private:
+    ySocketConnection(int fd, std::weak_ptr<Owner> owner, const char *readerName);
+
+    struct Queued {
+        std::string bytes;
+        size_t sent = 0;
+        std::chrono::steady_clock::time_point deadline;
+        std::function<void(bool)> done;
+    };
+    using Completions = std::vector<std::pair<std::function<void(bool)>, bool>>;
+
+    // Runs the work on the I/O thread (at once when called there) while the connection is served.
+    void onIOThread(void (*work)(ySocketConnection &self));
+
+    // I/O thread.
+    void ready(bool readable, bool writable, bool hangup);
+    void readAvailable();
+    void writeQueued(Completions &completions);
+    void dropExpired(Completions &completions);
+    void armTimer();
+    void watchUnfinished();
+    void end(bool byPeer);
+    void closeWhenFlushed();
+    static void complete(Completions &completions);
+
+    void messageSplit(std::string_view message) override;
+    void textDropped(Dropped why, std::string_view text) override;
+
+    // Guards the descriptor number and the queue: writers on any thread, the I/O thread writing
+    // the queue, and the close.
+    mutable std::mutex _lock;
+    int _fd;
+    std::deque<Queued> _queue;
+    size_t _queuedBytes = 0;
+    bool _stalled = false;  // a queued text was dropped; nothing is taken until the queue drains
+    bool _deadlineArmed = false;  // the timer is set for the deadline of a text not yet begun
+    std::atomic<bool> _closing{false};
+    const int _number;
+
+    // I/O thread only.
+    std::weak_ptr<Owner> _owner;
+    ymIOLoop::Use _use;
+    std::unique_ptr<ymIOLoop::Descriptor> _watch;
+    std::unique_ptr<ymIOLoop::Timer> _timer;
+    std::unique_ptr<ymIOLoop::Timer> _unfinished;  // set while the splitter holds part of a message
+    ySocketFraming::Splitter _splitter;
+    const char *_readerName;
+    std::shared_ptr<ySocketConnection> _lingering;  // itself, while it flushes after close()
+    std::chrono::steady_clock::time_point _closeDeadline;
+};

@@ -1,0 +1,283 @@
+// The I/O thread on sd-event. Work posted from other threads waits in a queue that an eventfd
+// signals; the thread runs it between dispatches, and ends when no Use and no work is left.
+#include "platform/ymIOLoop.h"
+
+#include <cerrno>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <system_error>
+#include <systemd/sd-event.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+// The I/O thread's name, as ps and /proc show it.
+const char *const kThreadName = "yumosdk-io";
+
+// Set on the I/O thread while it runs: that it is the I/O thread, and its sd-event loop (null when
+// sd-event could not be set up).
+thread_local bool onLoopThread = false;
+thread_local sd_event *runningEvent = nullptr;
+
+}  // namespace
+
+struct ymIOLoop::State {
+    std::mutex lock;
+    std::deque<std::function<void()>> work;
+    long uses = 0;
+    bool running = false;
+    int wakeFd = -1;
+
+    // Under the lock: the thread runs after this, unless none could be started.
+    bool ensureRunning();
+    void wake() const;
+    void run(sd_event *event, sd_event_source *wakeSource);
+};
+
+bool ymIOLoop::State::ensureRunning()
+{
+    if (running)
+        return true;
+    // Everything the thread needs is made here, so that a failure is told to the caller (and
+    // tried again by the next one) instead of leaving a thread that cannot serve.
+    if (wakeFd < 0 && (wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) < 0)
+        return false;
+    sd_event *event = nullptr;
+    if (sd_event_new(&event) < 0)
+        return false;
+    sd_event_source *wakeSource = nullptr;
+    auto drain = [](sd_event_source *, int fd, uint32_t, void *) {
+        uint64_t count;
+        while (read(fd, &count, sizeof count) < 0 && errno == EINTR) {
+        }
+        return 0;
+    };
+    if (sd_event_add_io(event, &wakeSource, wakeFd, EPOLLIN, drain, nullptr) < 0) {
+        sd_event_unref(event);
+        return false;
+    }
+    // A thread that ended has given up the lock for good and frees its own loop only, so the next
+    // one may start beside it: nobody waits for it, and it is not kept to be joined.
+    try {
+        std::thread(&State::run, this, event, wakeSource).detach();
+    } catch (const std::system_error &) {
+        sd_event_source_disable_unref(wakeSource);
+        sd_event_unref(event);
+        return false;
+    }
+    running = true;
+    return true;
+}
+
+void ymIOLoop::State::wake() const
+{
+    uint64_t one = 1;
+    while (write(wakeFd, &one, sizeof one) < 0 && errno == EINTR) {
+    }
+}
+
+void ymIOLoop::State::run(sd_event *event, sd_event_source *wakeSource)
+{
+    pthread_setname_np(pthread_self(), kThreadName);
+    onLoopThread = true;
+    runningEvent = event;
+    for (;;) {
+        std::deque<std::function<void()>> ready;
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            if (work.empty() && uses == 0) {
+                running = false;
+                break;
+            }
+            ready.swap(work);
+        }
+        for (std::function<void()> &item : ready)
+            item();
+        bool ranWork = !ready.empty();
+        ready.clear();  // what the work held is let go now, not at the next wake-up
+        // Pending events are served between batches of work, so that neither starves the other;
+        // with nothing queued the thread sleeps until an event or new work comes.
+        sd_event_run(event, ranWork ? 0 : UINT64_MAX);
+    }
+    runningEvent = nullptr;
+    onLoopThread = false;
+    sd_event_source_disable_unref(wakeSource);
+    sd_event_unref(event);
+}
+
+ymIOLoop &ymIOLoop::shared()
+{
+    // Never destroyed: the thread may still be serving while the process exits.
+    static ymIOLoop *loop = new ymIOLoop();
+    return *loop;
+}
+
+ymIOLoop::ymIOLoop() : _state(new State()) {}
+
+ymIOLoop::Use::Use()
+{
+    State &state = *shared()._state;
+    std::lock_guard<std::mutex> guard(state.lock);
+    ++state.uses;
+    _running = state.ensureRunning();
+}
+
+ymIOLoop::Use::~Use()
+{
+    State &state = *shared()._state;
+    std::lock_guard<std::mutex> guard(state.lock);
+    if (--state.uses == 0)
+        state.wake();  // the thread looks again, and ends
+}
+
+bool ymIOLoop::post(std::function<void()> work)
+{
+    bool wasEmpty;
+    {
+        std::lock_guard<std::mutex> guard(_state->lock);
+        if (!_state->ensureRunning())
+            return false;
+        wasEmpty = _state->work.empty();
+        _state->work.push_back(std::move(work));
+    }
+    if (wasEmpty)
+        _state->wake();
+    return true;
+}
+
+bool ymIOLoop::runAndWait(std::function<void()> work, std::chrono::milliseconds limit)
+{
+    if (onIOThread()) {
+        work();
+        return true;
+    }
+    struct Done {
+        std::mutex lock;
+        std::condition_variable condition;
+        bool finished = false;
+    };
+    auto done = std::make_shared<Done>();
+    bool queued = post([work = std::move(work), done] {
+        work();
+        std::lock_guard<std::mutex> guard(done->lock);
+        done->finished = true;
+        done->condition.notify_all();
+    });
+    if (!queued)
+        return false;
+    std::unique_lock<std::mutex> guard(done->lock);
+    return done->condition.wait_for(guard, limit, [&] { return done->finished; });
+}
+
+bool ymIOLoop::onIOThread() { return onLoopThread; }
+
+namespace {
+
+// What the sources share: the sd-event source, freed (and so silenced) with the object. The
+// handler is held by a shared pointer that each call copies first, so that a handler that destroys
+// its own source finishes with its captures intact.
+template <typename Handler>
+class SourceOf {
+protected:
+    explicit SourceOf(Handler handler) : _handler(std::make_shared<Handler>(std::move(handler))) {}
+    ~SourceOf() { sd_event_source_disable_unref(_source); }
+    std::shared_ptr<Handler> handler() const { return _handler; }
+    sd_event_source *_source = nullptr;
+
+private:
+    std::shared_ptr<Handler> _handler;
+};
+
+class DescriptorSource : public ymIOLoop::Descriptor, SourceOf<ymIOLoop::Descriptor::Handler> {
+public:
+    explicit DescriptorSource(Handler handler) : SourceOf(std::move(handler)) {}
+    bool add(int fd) { return runningEvent && sd_event_add_io(runningEvent, &_source, fd, EPOLLIN, onEvent, this) >= 0; }
+    void setWritable(bool writable) override
+    {
+        if (writable != _writable && sd_event_source_set_io_events(_source, writable ? EPOLLIN | EPOLLOUT : EPOLLIN) >= 0)
+            _writable = writable;
+    }
+
+private:
+    static int onEvent(sd_event_source *, int, uint32_t events, void *userdata)
+    {
+        std::shared_ptr<Handler> handler = static_cast<DescriptorSource *>(userdata)->handler();
+        (*handler)((events & EPOLLIN) != 0, (events & EPOLLOUT) != 0, (events & (EPOLLHUP | EPOLLERR)) != 0);
+        return 0;
+    }
+    bool _writable = false;
+};
+
+class TimerSource : public ymIOLoop::Timer, SourceOf<std::function<void()>> {
+public:
+    explicit TimerSource(std::function<void()> handler) : SourceOf(std::move(handler)) {}
+    bool add(std::chrono::milliseconds delay, std::chrono::milliseconds slack)
+    {
+        uint64_t usec = static_cast<uint64_t>(std::max<long long>(delay.count(), 0)) * 1000;
+        // sd-event takes an accuracy of 0 as its default of 250 ms: never ask for less than 1 us.
+        uint64_t accuracy = std::max<uint64_t>(static_cast<uint64_t>(std::max<long long>(slack.count(), 0)) * 1000, 1);
+        return runningEvent && sd_event_add_time_relative(runningEvent, &_source, CLOCK_MONOTONIC, usec, accuracy, onTime, this) >= 0;
+    }
+
+private:
+    static int onTime(sd_event_source *, uint64_t, void *userdata)
+    {
+        std::shared_ptr<std::function<void()>> handler = static_cast<TimerSource *>(userdata)->handler();
+        (*handler)();
+        return 0;
+    }
+};
+
+class DirectorySource : public ymIOLoop::DirectoryWatch, SourceOf<ymIOLoop::DirectoryWatch::Handler> {
+public:
+    explicit DirectorySource(Handler handler) : SourceOf(std::move(handler)) {}
+    bool add(const std::string &path)
+    {
+        const uint32_t mask = IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+        return runningEvent && sd_event_add_inotify(runningEvent, &_source, path.c_str(), mask, onEvent, this) >= 0;
+    }
+
+private:
+    static int onEvent(sd_event_source *, const struct inotify_event *event, void *userdata)
+    {
+        auto *self = static_cast<DirectorySource *>(userdata);
+        if (self->_ended)
+            return 0;
+        std::shared_ptr<Handler> handler = self->handler();
+        if (event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) {
+            self->_ended = true;
+            (*handler)(nullptr);
+        } else if (event->len > 0) {
+            (*handler)(event->name);
+        }
+        return 0;
+    }
+    bool _ended = false;
+};
+
+}  // namespace
+
+std::unique_ptr<ymIOLoop::Descriptor> ymIOLoop::Descriptor::watch(int fd, Handler handler)
+{
+    auto source = std::make_unique<DescriptorSource>(std::move(handler));
+    return source->add(fd) ? std::move(source) : nullptr;
+}
+
+std::unique_ptr<ymIOLoop::Timer> ymIOLoop::Timer::after(std::chrono::milliseconds delay, std::function<void()> handler,
+                                                        std::chrono::milliseconds slack)
+{
+    auto source = std::make_unique<TimerSource>(std::move(handler));
+    return source->add(delay, slack) ? std::move(source) : nullptr;
+}
+
+std::unique_ptr<ymIOLoop::DirectoryWatch> ymIOLoop::DirectoryWatch::watch(const std::string &path, Handler handler)
+{
+    auto source = std::make_unique<DirectorySource>(std::move(handler));
+    return source->add(path) ? std::move(source) : nullptr;
+}
