@@ -111,6 +111,10 @@ int runIdleProbe(int seconds)
 namespace bench {
 namespace {
 
+long threadCount() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
+
+}  // namespace
+
 long voluntarySwitches()
 {
     long total = 0;
@@ -123,14 +127,10 @@ long voluntarySwitches()
     return total;
 }
 
-long threadCount() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
-
-}  // namespace
-
 int runWakeUpProbe(int seconds)
 {
     ymSdkImplement::SharedInstance();
-    ymMainLoop::shared().runFor(std::chrono::seconds(1));  // the first connection attempts settle
+    ymMainLoop::shared().runFor(std::chrono::seconds(3));  // the first connection attempts and looks settle
     long before = voluntarySwitches();
     ymMainLoop::shared().runFor(std::chrono::seconds(seconds));
     long after = voluntarySwitches();

@@ -22,6 +22,10 @@ int runIdleProbe(int seconds);
 // {"wakeUps", "threads"}: the voluntary context switches of all its threads while idle.
 int runWakeUpProbe(int seconds);
 
+// The voluntary context switches of all this process's threads so far: how often they slept and
+// were woken.
+long voluntarySwitches();
+
 // Plays a host process that only talks: listens on the path (prints "ready"), and writes `count`
 // audio events for Headset #1 back to back to the first peer that connects, each whole in a write
 // of its own; prints "sent N" and then waits for the peer to close. Gives up waiting for a peer

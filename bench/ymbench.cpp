@@ -21,6 +21,8 @@
 #include <unistd.h>
 
 #include "Child.h"
+#include "ClientStateDelay.h"
+#include "Instructions.h"
 #include "Losses.h"
 #include "Peers.h"
 
@@ -315,19 +317,26 @@ int main(int argc, char **argv)
         return bench::runWakeUpProbe(std::atoi(argv[2]));
     if (argc >= 5 && !std::strcmp(argv[1], "--host-events"))
         return bench::runHostEvents(argv[2], std::atoi(argv[3]), std::atoi(argv[4]));
+    if (argc >= 3 && !std::strcmp(argv[1], "--client-state-probe"))
+        return bench::runClientStateProbe(std::atoi(argv[2]));
+    if (argc >= 4 && !std::strcmp(argv[1], "--instruction-probe"))
+        return bench::runInstructionProbe(argv[2], std::atoi(argv[3]));
 
     bool quick = false;
     bool losses = false;
+    bool instructions = false;
     std::string jsonPath = "bench-results.json";
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--quick")) {
             quick = true;
         } else if (!std::strcmp(argv[i], "--losses")) {
             losses = true;
+        } else if (!std::strcmp(argv[i], "--instructions")) {
+            instructions = true;
         } else if (!std::strcmp(argv[i], "--json") && i + 1 < argc) {
             jsonPath = argv[++i];
         } else {
-            std::fprintf(stderr, "ymbench: unknown argument \"%s\": --quick, --losses or --json FILE\n", argv[i]);
+            std::fprintf(stderr, "ymbench: unknown argument \"%s\": --quick, --losses, --instructions or --json FILE\n", argv[i]);
             return 64;
         }
     }
@@ -340,17 +349,25 @@ int main(int argc, char **argv)
     setenv("HOME", home.c_str(), 1);
     nlohmann::json results = {{"figures", nlohmann::json::array()}};
     std::vector<pid_t> idle;
-    if (losses) {
-        // What is lost by design, not how fast anything is.
+    if (losses || instructions) {
+        // What the transport loses and keeps, or what a command costs in instructions; not how fast
+        // anything is.
         try {
-            results = bench::measureLosses(std::filesystem::path(tool("ymsim")).parent_path(), quick ? 10 : 60);
+            std::string tools = std::filesystem::path(tool("ymsim")).parent_path();
+            if (losses) {
+                results = bench::measureLosses(tools, quick ? 10 : 60);
+                results["clientState"] = bench::measureClientStateDelays(tools, self(), quick ? 5 : 20, quick ? 10 : 60);
+            }
+            else
+                results = {{"instructions", bench::measureInstructions(tools, self())}};
         } catch (const std::exception &error) {
             std::fprintf(stderr, "ymbench: %s\n", error.what());
         }
         std::filesystem::remove_all(home);
         std::ofstream(jsonPath) << results.dump(2) << "\n";
         std::printf("\nwritten: %s\n", jsonPath.c_str());
-        // Released facades leave threads reading; the process ends without waiting for them.
+        // The shared facade lives until the process ends, its I/O thread with it: nothing is
+        // waited for.
         std::fflush(stdout);
         _exit(0);
     }
@@ -428,6 +445,7 @@ int main(int argc, char **argv)
         for (const Figure &flood : floods)
             results["figures"].push_back(toJSON(flood));
         results["idleCompanion"] = idleCompanion;
+        results["instructions"] = bench::measureInstructions(std::filesystem::path(tool("ymsim")).parent_path(), self());
         results["ratios"] = {{"channelToRawSocket", channel.median / raw.median},
                              {"presenceSocketToRawSocket", presenceSocket.median / raw.median},
                              {"presenceBusToRawBus", presenceBus.median / rawBus.median}};

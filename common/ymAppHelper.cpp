@@ -2,8 +2,10 @@
 
 #include <YumoClientSdk/CMD.h>
 #include <YumoClientSdk/ymFileUtils.h>
+#include <algorithm>
 
-#include "common/ymClientLookupScope.h"
+#include "common/ymClientSnapshot.h"
+#include "common/ymClientWatch.h"
 #include "platform/ymBundle.h"
 #include "platform/ymCertificate.h"
 #include "platform/ymXarArchive.h"
@@ -15,7 +17,6 @@
 #include "foundation/ymLog.h"
 #include "platform/ymThreadLocal.h"
 #include "foundation/ymTextRules.h"
-#include "foundation/ymValueJSON.h"
 
 namespace {
 
@@ -47,116 +48,134 @@ std::string ymAppHelper::getYumoappUserAppPath()
 
 namespace {
 
-// How the last lookup found the client, so that a lookup within the same command can answer the
-// same and log the same.
-enum class Candidate { registered, system, ownCopy, userApplications };
-
-struct Lookup {
-    Candidate candidate = Candidate::userApplications;
-    std::string path;
-    std::string thirdPath;
-    bool fourthExists = false;
-};
-
-struct LookupMemo {
-    int depth = 0;
-    std::optional<Lookup> lookup;
-};
-// The memo of this thread's commands; gone (nullptr) while the thread ends, when look-ups are
-// simply fresh.
-LookupMemo *memo() { return ymThreadLocalInstance<LookupMemo>(); }
-
-// The log lines of a lookup, each written from one place so that a replayed lookup prints the very
-// same lines.
-void logThirdCandidate(const std::string &path)
+// The folder a path lies in ("" for none).
+std::string parentOf(std::string path)
 {
-    YM_LOG("%s: filePath = %s", "-[ymAppHelper getYumoClientInstallPath]", path.c_str());
-}
-void logThirdFailed(const std::string &path) { YM_LOG("Failed to get 3rd path: %s", path.c_str()); }
-void logFourth(const std::string &path, bool exists)
-{
-    if (exists)
-        YM_LOG("Success to get 4th path: %s", path.c_str());
-    else
-        YM_LOG("Failed to get 4th path: %s", path.c_str());
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return "";
+    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-void replay(const Lookup &lookup)
-{
-    if (lookup.candidate == Candidate::ownCopy || lookup.candidate == Candidate::userApplications)
-        logThirdCandidate(lookup.thirdPath);
-    if (lookup.candidate == Candidate::userApplications) {
-        logThirdFailed(lookup.thirdPath);
-        logFourth(lookup.path, lookup.fourthExists);
-    }
-}
-
-Lookup lookUpClient(ymAppHelper &helper);
-
-}  // namespace
-
-ymClientLookupScope::ymClientLookupScope()
-{
-    if (LookupMemo *current = memo())
-        ++current->depth;
-}
-
-ymClientLookupScope::~ymClientLookupScope()
-{
-    LookupMemo *current = memo();
-    if (current && current->depth > 0 && --current->depth == 0)
-        current->lookup.reset();
-}
-
-std::string ymAppHelper::getYumoClientInstallPath()
-{
-    LookupMemo *current = memo();
-    if (current && current->depth > 0 && current->lookup) {
-        replay(*current->lookup);
-        return current->lookup->path;
-    }
-    Lookup lookup = lookUpClient(*this);
-    if (current && current->depth > 0)
-        current->lookup = lookup;
-    return lookup.path;
-}
-
-namespace {
-
-Lookup lookUpClient(ymAppHelper &helper)
+// The four candidates, in order; the first that is a bundle is the answer. The search writes no
+// line itself: it prepares the lines a look-up writes.
+void searchInstallPath(ymAppHelper &helper, ymClientSnapshot &snapshot)
 {
     // The path the meeting client registered in its defaults domain.
-    ymPropertyList::SharedNode domain = ymUserDefaults::sharedDomain(helper.getYumoappIdentifier());
-    if (domain) {
-        plist_t installPath = plist_dict_get_item(domain.get(), "installPath");
-        if (installPath && plist_get_node_type(installPath) == PLIST_STRING) {
-            std::optional<std::string> path = ymPropertyList::textOf(installPath);
-            if (helper.IsAppExist(path))
-                return {Candidate::registered, *path, "", false};
+    if (std::optional<std::string> domainFile = ymUserDefaults::pathForDomain(snapshot.identifier))
+        snapshot.folders.push_back(parentOf(*domainFile));
+    std::shared_ptr<const ymValue> domain = ymUserDefaults::sharedDomain(snapshot.identifier);
+    const ymValue *installPath = domain ? domain->find("installPath") : nullptr;
+    if (installPath && installPath->isText()) {
+        snapshot.folders.push_back(parentOf(installPath->text()));
+        if (helper.IsAppExist(installPath->text())) {
+            snapshot.installPath = installPath->text();
+            return;
         }
     }
 
     std::string systemPath = helper.getYumoappAppPath();
-    if (helper.IsAppExist(systemPath))
-        return {Candidate::system, systemPath, "", false};
+    snapshot.folders.push_back(parentOf(systemPath));
+    if (helper.IsAppExist(systemPath)) {
+        snapshot.installPath = systemPath;
+        return;
+    }
 
     // Inside Outlook's sandbox "~" is Outlook's container; the client's own copy lives in the
     // real Library, so the container's segment is taken out again.
     std::string thirdPath = ymText::replacingOccurrences(ymText::standardizingPath(textOf(kYumoappUserAppLaunchPath)),
                                                          "Containers/com.microsoft.Outlook/Data/Library/", "");
-    logThirdCandidate(thirdPath);
-    if (helper.IsAppExist(thirdPath))
-        return {Candidate::ownCopy, thirdPath, thirdPath, false};
-    logThirdFailed(thirdPath);
+    snapshot.folders.push_back(parentOf(thirdPath));
+    snapshot.lookupLines.push_back(YM_LOG_PREPARE("%s: filePath = %s", "-[ymAppHelper getYumoClientInstallPath]", thirdPath.c_str()));
+    if (helper.IsAppExist(thirdPath)) {
+        snapshot.installPath = thirdPath;
+        return;
+    }
+    snapshot.lookupLines.push_back(YM_LOG_PREPARE("Failed to get 3rd path: %s", thirdPath.c_str()));
 
     std::string fourthPath =
         ymText::replacingOccurrences(helper.getYumoappUserAppPath(), "Library/Containers/com.microsoft.Outlook/Data/", "");
-    bool exists = helper.IsAppExist(fourthPath);
-    logFourth(fourthPath, exists);
-    return {Candidate::userApplications, fourthPath, thirdPath, exists};
+    snapshot.folders.push_back(parentOf(fourthPath));
+    if (helper.IsAppExist(fourthPath))
+        snapshot.lookupLines.push_back(YM_LOG_PREPARE("Success to get 4th path: %s", fourthPath.c_str()));
+    else
+        snapshot.lookupLines.push_back(YM_LOG_PREPARE("Failed to get 4th path: %s", fourthPath.c_str()));
+    snapshot.installPath = fourthPath;
 }
 
 }  // namespace
+
+namespace {
+
+std::array<const char *, 5> namesInForce()
+{
+    return {std::getenv("HOME"), kYumoappIdentify, kYumoappAppLaunchPath, kYumoClientAppName, kYumoappUserAppLaunchPath};
+}
+
+}  // namespace
+
+bool ymClientSnapshotRestarted(const ymClientSnapshot &now, const ymClientSnapshot &before)
+{
+    if (!now.running || !before.running)
+        return false;
+    for (pid_t pid : before.processes)
+        if (std::find(now.processes.begin(), now.processes.end(), pid) != now.processes.end())
+            return false;
+    return true;
+}
+
+bool ymClientSnapshotIsForNow(const ymClientSnapshot &snapshot)
+{
+    std::array<const char *, 5> now = namesInForce();
+    for (size_t i = 0; i < now.size(); ++i) {
+        const std::optional<std::string> &then = snapshot.takenFor[i];
+        if (!now[i] != !then || (now[i] && std::strcmp(now[i], then->c_str()) != 0))
+            return false;
+    }
+    return true;
+}
+
+std::shared_ptr<ymClientSnapshot> ymTakeClientSnapshot()
+{
+    ymAppHelper &helper = *ymAppHelper::sharedInstance();
+    auto snapshot = std::make_shared<ymClientSnapshot>();
+    std::array<const char *, 5> names = namesInForce();
+    for (size_t i = 0; i < names.size(); ++i)
+        if (names[i])
+            snapshot->takenFor[i] = names[i];
+    snapshot->identifier = helper.getYumoappIdentifier();
+    searchInstallPath(helper, *snapshot);
+    const std::string &bundle = snapshot->installPath;
+    snapshot->installed = helper.IsAppExist(bundle);
+    snapshot->executablePath = ymBundle::executablePath(bundle);
+    snapshot->version = ymGetFileVersion(bundle.c_str());
+    std::vector<std::string> parts = ymText::componentsSeparatedBy(snapshot->version, ".");
+    snapshot->versionMajor = !parts.empty() ? ymText::intValue(parts[0]) : 0;
+    snapshot->versionMinor = parts.size() >= 2 ? ymText::intValue(parts[1]) : 0;
+    snapshot->folders.push_back(bundle);
+    snapshot->folders.push_back(bundle + "/Contents");
+    snapshot->executableFolder = bundle + "/Contents/MacOS";
+    for (const ymWorkspace::RunningApplication &application : ymWorkspace::runningApplications())
+        if (ymBundle::bundleIdentifier(application.bundlePath) == snapshot->identifier)
+            snapshot->processes.push_back(application.pid);
+    snapshot->running = !snapshot->processes.empty();
+    return snapshot;
+}
+
+void ymWriteLookupLines(const ymClientSnapshot &snapshot)
+{
+    for (const ymlog::PreparedLine &line : snapshot.lookupLines)
+        line.write();
+}
+
+std::string ymAppHelper::getYumoClientInstallPath()
+{
+    std::shared_ptr<const ymClientSnapshot> client = ymClientWatch::shared().current();
+    ymWriteLookupLines(*client);
+    return client->installPath;
+}
 
 bool ymAppHelper::IsAppExist(const std::optional<std::string> &path)
 {
@@ -167,11 +186,11 @@ bool ymAppHelper::IsAppExist(const std::optional<std::string> &path)
 
 std::optional<std::string> ymAppHelper::getYumoappLaunchPath(BOOL *exists)
 {
-    std::string installPath = getYumoClientInstallPath();
-    std::optional<std::string> executable = ymBundle::executablePath(installPath);
+    std::shared_ptr<const ymClientSnapshot> client = ymClientWatch::shared().current();
+    ymWriteLookupLines(*client);
     if (exists)
-        *exists = IsAppExist(installPath) ? YES : NO;
-    return executable;
+        *exists = client->installed ? YES : NO;
+    return client->executablePath;
 }
 
 bool ymAppHelper::isYumoappInstalled()
@@ -181,10 +200,7 @@ bool ymAppHelper::isYumoappInstalled()
     return exists == YES;
 }
 
-bool ymAppHelper::isYumoRunning()
-{
-    return ymWorkspace::isApplicationRunning(getYumoappIdentifier());
-}
+bool ymAppHelper::isYumoRunning() { return ymClientWatch::shared().current()->running; }
 
 bool ymAppHelper::LaunchYumoClient()
 {
@@ -328,13 +344,11 @@ std::optional<ymValue> ymAppHelper::objectForPropertyListKey(const std::optional
 {
     if (!key || !filePath)
         return std::nullopt;
-    ymPropertyList::Node root = ymPropertyList::readFile(*filePath);
-    if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
-        return std::nullopt;
-    plist_t value = plist_dict_get_item(root.get(), key->c_str());
+    std::optional<ymValue> root = ymPropertyList::readFile(*filePath);
+    const ymValue *value = root ? root->find(*key) : nullptr;
     if (!value)
         return std::nullopt;
-    return ymValueJSON::fromJSON(ymPropertyList::toJSON(value));
+    return *value;
 }
 
 bool ymAppHelper::launchOutlookApp() { return launchApplicationWithBundleIdentifier(textOf(keyOutlookIdentifier)); }

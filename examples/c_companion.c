@@ -58,8 +58,7 @@ int main(void)
     if (status != ymCommandStatusSent)
         return 1;
     waitFor(&answers.presence, 1, 5);
-    /* A device of another companion: its event is not delivered here. (One command at a time:
-     * two events that reach the companion in one read are lost.) */
+    /* A device of another companion: its event is not delivered here. */
     ymSetAudioCmd(7, "9", "Speaker", 2830, 4);
     ymRunMainLoopFor(300);
     if (ymSetAudioCmd(5, "1", "Headset", 2830, 3) != ymCommandStatusSent)

@@ -83,7 +83,7 @@ const char *ymGetFileVersion(const char *bundlePath)
     if (!bundlePath)
         return version.c_str();
     std::string infoPath = std::string(bundlePath) + "/Contents/Info.plist";
-    ymPropertyList::SharedNode plist = ymPropertyList::readFileShared(infoPath);
+    std::shared_ptr<const ymValue> plist = ymPropertyList::readFileShared(infoPath);
     if (std::optional<std::string> value = ymPropertyList::textForKey(plist.get(), "CFBundleVersion"))
         version = std::move(*value);
     return version.c_str();

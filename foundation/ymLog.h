@@ -40,3 +40,20 @@ inline const char *describe(const std::optional<std::string> &text)
 
 // YM_LOG("%s: socket error!", "-[ySocketServerImpl_SDK start]")
 #define YM_LOG(format, ...) ymNSLogLine(YM_SOURCE_FILE_NAME, __LINE__, format __VA_OPT__(, ) __VA_ARGS__)
+
+namespace ymlog {
+
+// A log line formatted once and written any number of times, each time as a line of its own with
+// the date and time of its writing: "<file>(<line>) <message>", of the place it was prepared.
+struct PreparedLine {
+    std::string text;
+
+    void write() const { ymNSLogPrepared(text.data(), text.size()); }
+};
+
+PreparedLine prepare(const char *fileName, int line, const char *format, ...) __attribute__((format(printf, 3, 4)));
+
+}  // namespace ymlog
+
+// ymlog::PreparedLine found = YM_LOG_PREPARE("Success to get 4th path: %s", path.c_str());
+#define YM_LOG_PREPARE(format, ...) ::ymlog::prepare(YM_SOURCE_FILE_NAME, __LINE__, format __VA_OPT__(, ) __VA_ARGS__)

@@ -1,6 +1,7 @@
 #include "foundation/ymTextRules.h"
 
 #include <cmath>
+#include <cstring>
 #include <cstdlib>
 #include <limits>
 
@@ -129,6 +130,15 @@ bool boolValue(std::string_view text)
 bool isValidUtf8(std::string_view text)
 {
     for (size_t i = 0; i < text.size();) {
+        // ASCII, eight bytes at a time.
+        if (i + 8 <= text.size()) {
+            uint64_t eight;
+            std::memcpy(&eight, text.data() + i, 8);
+            if ((eight & 0x8080808080808080ULL) == 0) {
+                i += 8;
+                continue;
+            }
+        }
         int length = validSequenceAt(text, i);
         if (length == 0)
             return false;

@@ -9,13 +9,19 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     std::string bytes(reinterpret_cast<const char *>(data), size);
-    ymPropertyList::Node root = ymPropertyList::parse(bytes);
+    std::optional<ymValue> root = ymPropertyList::parse(bytes);
     std::string version;
     if (root) {
-        ymPropertyList::toJSON(root.get()).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-        version = ymPropertyList::textForKey(root.get(), "CFBundleVersion").value_or("");
-        ymPropertyList::textForKey(root.get(), "installPath");
-        ymPropertyList::serialize(root.get(), true);
+        version = ymPropertyList::textForKey(&*root, "CFBundleVersion").value_or("");
+        ymPropertyList::textForKey(&*root, "installPath");
+        // Written again as XML (the form the SDK writes) it reads back. (libplist's binary writer
+        // turns text that is not UTF-8 into an empty UTF-16 string its reader refuses: the binary
+        // form is only written, not asked to read back.)
+        std::optional<ymValue> again = ymPropertyList::parse(ymPropertyList::serialize(*root, false));
+        if (!again)
+            __builtin_trap();
+        ymPropertyList::serialize(*root, true);
+        ymPropertyList::update(bytes, [](const ymValue &value) { return value; });
     } else {
         version = bytes;  // the version readings on any text
     }

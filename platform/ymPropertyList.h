@@ -1,57 +1,49 @@
-// Property lists (Info.plist files, defaults domains) in XML or binary form, on libplist.
+// Property lists (Info.plist files, defaults domains) in XML or binary form, as the SDK's own values.
+//
+// A property list reads as a ymValue: dictionaries, arrays, strings, integers, reals and booleans as
+// themselves, data as its bytes in a text, dates as seconds since 2001-01-01 (a real). A value
+// writes back the same way round (null as an empty string). The library that parses them stays
+// behind this interface.
 #pragma once
 
+#include <YumoClientSdk/ymValue.h>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
-#include <plist/plist.h>
 #include <string>
 
 namespace ymPropertyList {
 
-struct NodeFree {
-    void operator()(plist_t node) const
-    {
-        if (node)
-            plist_free(node);
-    }
-};
-// An owned property-list tree.
-using Node = std::unique_ptr<void, NodeFree>;
+// Parses XML or binary property-list bytes; nothing when they are neither. `isBinary`, when
+// given, tells which form they were in.
+std::optional<ymValue> parse(const std::string &bytes, bool *isBinary = nullptr);
 
-// Parses XML or binary property-list bytes; null when they are neither. `isBinary`, when given,
-// tells which form they were in.
-Node parse(const std::string &bytes, bool *isBinary = nullptr);
-
-// Reads and parses a whole file; null when it is missing, unreadable or not a property list.
-Node readFile(const std::string &path, bool *isBinary = nullptr);
-
-// A parsed file shared by its readers; treat it as read-only.
-using SharedNode = std::shared_ptr<void>;
+// Reads and parses a whole file; nothing when it is missing, unreadable, not a regular file or
+// not a property list.
+std::optional<ymValue> readFile(const std::string &path, bool *isBinary = nullptr);
 
 // The same as readFile, but a file parsed before is not parsed again while it is unchanged: its
 // device, inode, size and modification and change times are compared on every call (one stat),
-// so a file replaced, rewritten or removed is always read afresh.
-SharedNode readFileShared(const std::string &path);
+// so a file replaced, rewritten or removed is always read afresh. Null as readFile.
+std::shared_ptr<const ymValue> readFileShared(const std::string &path);
 
-// The node as XML or binary bytes.
-std::string serialize(plist_t node, bool binary);
+// The value as XML or binary property-list bytes.
+std::string serialize(const ymValue &value, bool binary);
 
-// A scalar as text, as a defaults value prints: strings as they are, integers and reals in
-// decimal, booleans as 1 or 0. Nothing for containers, data and dates.
-std::optional<std::string> textOf(plist_t node);
+// A scalar as text, as a defaults value prints: texts as they are, whole and real numbers in
+// decimal, Booleans as 1 or 0. Nothing for null, lists and dictionaries.
+std::optional<std::string> textOf(const ymValue &value);
 
-// The value of `key` in a dictionary node as text (see textOf); nothing when the node is not a
-// dictionary or has no such key.
-std::optional<std::string> textForKey(plist_t dictionary, const char *key);
+// The member of a dictionary as text (see textOf); nothing when there is no dictionary or no such
+// member.
+std::optional<std::string> textForKey(const ymValue *dictionary, const char *key);
 
-// Calls `visit` with each item of a dictionary node, in the order stored. Keys are never read
-// with a zero byte inside: parse() refuses such lists.
-void forEachItem(plist_t dictionary, const std::function<void(const char *key, plist_t value)> &visit);
-
-// The node as JSON: dictionaries, arrays, strings, integers, reals and booleans as themselves;
-// data as its bytes in a string, dates as seconds since 2001-01-01 (a real).
-nlohmann::json toJSON(plist_t node);
+// Changes a property list of bytes: `change` is handed the list as a value and answers the value
+// to keep, or nothing to keep the bytes as they were. Members of dictionaries that `change` left
+// as they were keep their exact form (their dates and data are not turned into reals and texts).
+// Answers the new bytes (XML), or nothing when the bytes are not a property list or nothing
+// changed.
+std::optional<std::string> update(const std::string &bytes,
+                                  const std::function<std::optional<ymValue>(const ymValue &root)> &change);
 
 }  // namespace ymPropertyList

@@ -24,13 +24,13 @@ rank_of_folder() {
 # The layer of each public header.
 public_header_folder() {
     case "$1" in
-        ymBase.h | ymMainLoop.h) echo platform ;;
-        ymFileUtils.h | CMD.h | yStringUtils.h | ymValue.h) echo foundation ;;
+        ymBase.h | ymMainLoop.h | ymValue.h) echo platform ;;
+        ymFileUtils.h | CMD.h | yStringUtils.h) echo foundation ;;
         ySocketDelegate.h | ySocketClientImpl.h | ySocketServerImpl.h | YMSocketIPCChannel.h | \
             YMSocketIPCChannelDelegate.h | YMSocketIPCHelper.h | ymIPCMsgDefine.h) echo 3rdSDKIPC ;;
         ymAppDefine.h | ymAppHelper.h) echo common ;;
         ymSdkImplement.h | ymSdkDelegate.h | ymAPIErrorMgr.h | ymClientFeatureMgr.h | ymIPCMsgMgr.h | \
-            ymLogHelper.h | ymCommandStatus.h | ymSdkC.h | YumoClientSdk.h) echo sdk ;;
+            ymLogHelper.h | ymCommandStatus.h | ymClientState.h | ymSdkC.h | YumoClientSdk.h) echo sdk ;;
         *) echo "" ;;
     esac
 }

@@ -24,7 +24,7 @@ cp examples/*.cpp examples/*.c examples/*.py examples/CMakeLists.txt examples/Ma
 cmake -S "$work" -B "$work/cmake-build" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
 make -s -C "$work" all >/dev/null
-echo "built with find_package and with pkg-config: companion poll_loop glib_loop c_companion"
+echo "built with find_package and with pkg-config: companion poll_loop glib_loop c_companion client_watch c_client_watch"
 
 export HOME="$work/home"
 mkdir -p "$HOME"
@@ -45,4 +45,11 @@ echo "running $1/companion.py"
 /usr/bin/python3 "$1/companion.py" >/dev/null
 RUN
 dbus-run-session -- sh "$work/run.sh" "$work" 2>/dev/null
+# The companions that follow the meeting client, while it starts, quits, is updated and removed.
+for built in "$work/cmake-build/client_watch" "$work/client_watch" "$work/cmake-build/c_client_watch" "$work/c_client_watch"; do
+    echo "running $built as the client comes and goes"
+    dbus-run-session -- sh tests/support/coming-and-going.sh "$(command -v ymsim)" "$built" >/dev/null 2>&1
+done
+echo "running $work/asyncio_companion.py as the client comes and goes"
+dbus-run-session -- sh tests/support/coming-and-going.sh "$(command -v ymsim)" /usr/bin/python3 "$work/asyncio_companion.py" >/dev/null 2>&1
 echo "package check: passed"

@@ -1,8 +1,9 @@
 #include <YumoClientSdk/ymAPIErrorMgr.h>
-#include <YumoClientSdk/ymAppHelper.h>
-#include <YumoClientSdk/ymClientFeatureMgr.h>
 
 #include <atomic>
+
+#include "common/ymClientWatch.h"
+#include "sdk/ymClientChecks.h"
 
 struct ymAPIErrorMgr::Impl {
     std::atomic<int32_t> errorCode{0};
@@ -21,18 +22,23 @@ ymAPIErrorMgr *ymAPIErrorMgr::sharedInstance()
     return shared;
 }
 
-int32_t ymAPIErrorMgr::getYumoAppStatus()
+int32_t ymAPIErrorMgr::getYumoAppStatus() { return ymClientChecks::getYumoAppStatus(*ymClientWatch::shared().current()); }
+
+int32_t ymAPIErrorMgr::checkYumoAppError() { return ymClientChecks::checkYumoAppError(*ymClientWatch::shared().current()); }
+
+int32_t ymClientChecks::getYumoAppStatus(const ymClientSnapshot &client)
 {
     // The installation and version are looked at for their log lines only: they do not decide
     // the status, and "not installed" or "version not supported" is never answered.
-    if (ymAppHelper::sharedInstance()->isYumoappInstalled())
-        ymClientFeatureMgr::sharedInstance()->isSupportedYumoClientVersion();
-    return ymAppHelper::sharedInstance()->isYumoRunning() ? kRunning : kNotRunning;
+    ymWriteLookupLines(client);  // isYumoappInstalled's look-up
+    if (client.installed)
+        isSupportedYumoClientVersion(client);
+    return client.running ? kRunning : kNotRunning;
 }
 
-int32_t ymAPIErrorMgr::checkYumoAppError()
+int32_t ymClientChecks::checkYumoAppError(const ymClientSnapshot &client)
 {
-    int32_t status = getYumoAppStatus();
+    int32_t status = getYumoAppStatus(client);
     int32_t code = ymCommandStatusSent;
     if (status == kNotRunning)
         code = ymCommandStatusClientNotRunning;
@@ -40,8 +46,9 @@ int32_t ymAPIErrorMgr::checkYumoAppError()
         code = ymCommandStatusClientNotInstalled;
     else if (status == kVersionNotSupported)
         code = ymCommandStatusClientVersionNotSupported;
-    setErrorCode(code);
-    return errorCode();
+    ymAPIErrorMgr *manager = ymAPIErrorMgr::sharedInstance();
+    manager->setErrorCode(code);
+    return manager->errorCode();
 }
 
 std::string ymAPIErrorMgr::to3rdClientErrorStr()

@@ -12,10 +12,28 @@ std::string suiteName() { return YMCLIENTSDK_SHAREDATA ? YMCLIENTSDK_SHAREDATA :
 const char *keyName() { return AUDIODEVICE ? AUDIODEVICE : ""; }
 
 // The stored array, or null when the key is missing or holds something else.
-plist_t storedArray(plist_t dictionary)
+const ymValue *storedArray(const ymValue &dictionary)
 {
-    plist_t array = plist_dict_get_item(dictionary, keyName());
-    return array && plist_get_node_type(array) == PLIST_ARRAY ? array : nullptr;
+    const ymValue *array = dictionary.find(keyName());
+    return array && array->type() == ymValue::Type::array ? array : nullptr;
+}
+
+// The dictionary with the key's array replaced, every other member as it was.
+ymValue withArray(const ymValue &dictionary, std::vector<ymValue> elements)
+{
+    ymValue::Members members;
+    bool replaced = false;
+    for (const auto &[key, value] : dictionary.members()) {
+        if (key == keyName()) {
+            members.emplace_back(key, ymValue::array(elements));
+            replaced = true;
+        } else {
+            members.emplace_back(key, value);
+        }
+    }
+    if (!replaced)
+        members.emplace_back(keyName(), ymValue::array(std::move(elements)));
+    return ymValue::dictionary(std::move(members));
 }
 
 // The name and index of one stored entry: a text holding a JSON object. A value that is there
@@ -44,13 +62,12 @@ StoredValue storedValue(const nlohmann::json &object, const char *key)
     return value;
 }
 
-StoredDevice parseEntry(plist_t element)
+StoredDevice parseEntry(const ymValue &element)
 {
     StoredDevice device;
-    std::optional<std::string> text = ymPropertyList::textOf(element);
-    if (!text || plist_get_node_type(element) != PLIST_STRING)
+    if (!element.isText())
         return device;
-    std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(text);
+    std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(element.text());
     if (!parsed || !parsed->is_object())
         return device;
     device.deviceName = storedValue(*parsed, "deviceName");
@@ -63,39 +80,37 @@ StoredDevice parseEntry(plist_t element)
 bool registerDevice(const std::string &deviceName, const std::string &deviceIndex, const nlohmann::json &usbVid,
                     const nlohmann::json &usbPid)
 {
-    return ymUserDefaults::updateDomain(suiteName(), [&](plist_t dictionary) {
-        plist_t array = storedArray(dictionary);
-        if (array) {
-            for (uint32_t i = 0; i < plist_array_get_size(array); ++i) {
-                StoredDevice stored = parseEntry(plist_array_get_item(array, i));
+    return ymUserDefaults::updateDomain(suiteName(), [&](const ymValue &dictionary) -> std::optional<ymValue> {
+        std::vector<ymValue> elements;
+        if (const ymValue *array = storedArray(dictionary)) {
+            for (const ymValue &element : array->elements()) {
+                StoredDevice stored = parseEntry(element);
                 if (stored.deviceName.equals(deviceName) && stored.deviceIndex.equals(deviceIndex))
-                    return false;  // already known: nothing is written
+                    return std::nullopt;  // already known: nothing is written
             }
-        } else {
-            array = plist_new_array();
-            plist_dict_set_item(dictionary, keyName(), array);
+            elements = array->elements();
         }
         nlohmann::json entry = {{"deviceName", deviceName}, {"deviceIndex", deviceIndex}, {"usbPid", usbPid}, {"usbVid", usbVid}};
-        std::optional<std::string> text = yStringUtils::toJSONString(entry);
-        plist_array_append_item(array, plist_new_string(text.value_or("").c_str()));
-        return true;
+        elements.emplace_back(yStringUtils::toJSONString(entry).value_or(""));
+        return withArray(dictionary, std::move(elements));
     });
 }
 
 CleanupResult removeDevices(const std::vector<Device> &devices)
 {
     CleanupResult result;
-    ymUserDefaults::updateDomain(suiteName(), [&](plist_t dictionary) {
-        plist_t array = storedArray(dictionary);
-        if (!array || plist_array_get_size(array) == 0) {
+    ymUserDefaults::updateDomain(suiteName(), [&](const ymValue &dictionary) -> std::optional<ymValue> {
+        const ymValue *array = storedArray(dictionary);
+        if (!array || array->elements().empty()) {
             result.nothingStored = true;
-            return false;
+            return std::nullopt;
         }
         // Each stored entry is read once, not once per device: the list may be long, and it is
         // locked against every other companion meanwhile.
+        std::vector<ymValue> elements = array->elements();
         std::vector<StoredDevice> stored;
-        for (uint32_t j = 0; j < plist_array_get_size(array); ++j)
-            stored.push_back(parseEntry(plist_array_get_item(array, j)));
+        for (const ymValue &element : elements)
+            stored.push_back(parseEntry(element));
         for (const Device &device : devices) {
             for (size_t j = 0; j < stored.size(); ++j) {
                 // An entry without an index matches on the name alone.
@@ -104,30 +119,26 @@ CleanupResult removeDevices(const std::vector<Device> &devices)
                 if (!sameName || !sameIndex)
                     continue;
                 // The next entry moves into place j and is passed over by this walk: j steps on.
-                plist_array_remove_item(array, static_cast<uint32_t>(j));
+                elements.erase(elements.begin() + static_cast<long>(j));
                 stored.erase(stored.begin() + static_cast<long>(j));
                 result.released.push_back({device.deviceIndex.value_or("0"), device.deviceName});
             }
         }
-        return true;
+        return withArray(dictionary, std::move(elements));
     });
     return result;
 }
 
 std::optional<std::vector<std::string>> storedTexts()
 {
-    ymPropertyList::Node dictionary = ymUserDefaults::persistentDomain(suiteName());
-    if (!dictionary)
-        return std::nullopt;
-    plist_t array = storedArray(dictionary.get());
+    std::optional<ymValue> dictionary = ymUserDefaults::persistentDomain(suiteName());
+    const ymValue *array = dictionary ? storedArray(*dictionary) : nullptr;
     if (!array)
         return std::nullopt;
     std::vector<std::string> texts;
-    for (uint32_t i = 0; i < plist_array_get_size(array); ++i) {
-        plist_t element = plist_array_get_item(array, i);
-        if (plist_get_node_type(element) == PLIST_STRING)
-            texts.push_back(ymPropertyList::textOf(element).value_or(""));
-    }
+    for (const ymValue &element : array->elements())
+        if (element.isText())
+            texts.push_back(element.text());
     return texts;
 }
 

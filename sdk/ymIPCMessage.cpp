@@ -1,6 +1,8 @@
 #include "sdk/ymIPCMessage.h"
 
+#include <charconv>
 #include <cinttypes>
+#include <cstring>
 #include <cstdio>
 
 #include "foundation/ymLog.h"
@@ -30,11 +32,24 @@ const nlohmann::json *lastInData(const nlohmann::json &message, const char *key)
     return last;
 }
 
+// Appends the number in decimal, as "%d" prints it.
+void appendNumber(std::string &out, int32_t value)
+{
+    char digits[16];
+    auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
+    out.append(digits, end);
+}
+
 // Appends the text as the inside of a JSON string: a quote, a backslash and the control
 // characters escaped, every other byte as it is (so a plain name goes out unchanged).
 void appendEscaped(std::string &out, std::string_view text)
 {
-    for (char c : text) {
+    // Most names need no escape: they are copied whole.
+    size_t plain = 0;
+    while (plain < text.size() && static_cast<unsigned char>(text[plain]) >= 0x20 && text[plain] != '"' && text[plain] != '\\')
+        ++plain;
+    out.append(text.data(), plain);
+    for (char c : text.substr(plain)) {
         switch (c) {
         case '"':
             out += "\\\"";
@@ -83,22 +98,22 @@ std::string audioCommand(int32_t audioCmd, const std::optional<std::string> &dev
                          const std::optional<std::string> &deviceName, uint32_t usbVid, uint32_t usbPid,
                          const char *version)
 {
-    char number[16];
-    std::string text = "{\"commandId\":2,\"from\":1,\"version\":\"";
+    const char *index = ymlog::describe(deviceIndex);
+    const char *name = ymlog::describe(deviceName);
+    std::string text;
+    text.reserve(160 + std::strlen(index) + std::strlen(name));
+    text += "{\"commandId\":2,\"from\":1,\"version\":\"";
     text += version;
     text += "\",\"data\":[{\"AudioCmd\":";
-    snprintf(number, sizeof number, "%" PRId32, audioCmd);
-    text += number;
+    appendNumber(text, audioCmd);
     text += "}],\"deviceIndex\":\"";
-    appendEscaped(text, ymlog::describe(deviceIndex));
+    appendEscaped(text, index);
     text += "\",\"deviceName\":\"";
-    appendEscaped(text, ymlog::describe(deviceName));
+    appendEscaped(text, name);
     text += "\",\"usbVid\":\"";
-    snprintf(number, sizeof number, "%" PRId32, static_cast<int32_t>(usbVid));
-    text += number;
+    appendNumber(text, static_cast<int32_t>(usbVid));
     text += "\",\"usbPid\":\"";
-    snprintf(number, sizeof number, "%" PRId32, static_cast<int32_t>(usbPid));
-    text += number;
+    appendNumber(text, static_cast<int32_t>(usbPid));
     text += "\"}";
     return text;
 }

@@ -112,6 +112,46 @@ BOOL yesOrNo(bool value) { return value ? YES : NO; }
 
 }  // namespace
 
+namespace {
+
+// The client state in C types: the texts point into the C++ record, which outlives the call.
+ymClientState recordOf(const YMClientState_s &state)
+{
+    return {state.change, yesOrNo(state.installed), yesOrNo(state.running), state.transport, state.version.c_str(),
+            state.installPath.c_str()};
+}
+
+}  // namespace
+
+void ymSetClientStateCallback(ymClientStateCallback callback, void *context)
+{
+    guarded([&] {
+        if (!callback) {
+            facade().SetClientStateHandler(nullptr);
+            return;
+        }
+        facade().SetClientStateHandler([callback, context](const YMClientState_s &state) {
+            ymClientState record = recordOf(state);
+            callback(&record, context);
+        });
+    });
+}
+
+BOOL ymGetClientState(ymClientState *state)
+{
+    return guarded(NO, [&] {
+        if (!state)
+            return NO;
+        struct Kept {
+            YMClientState_s state;
+        };
+        Kept &kept = ymAnswerStorage<Kept>();
+        kept.state = facade().GetClientState();
+        *state = recordOf(kept.state);
+        return YES;
+    });
+}
+
 void ymSetPresenceStatusCallback(ymPresenceStatusCallback callback, void *context)
 {
     guarded([&] { callbacks().setPresence(callback, context); });

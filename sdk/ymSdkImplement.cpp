@@ -8,11 +8,12 @@
 #include <mutex>
 #include <vector>
 
-#include "common/ymClientLookupScope.h"
+#include "common/ymClientWatch.h"
 #include "foundation/ymLog.h"
 #include "foundation/ymValueJSON.h"
 #include "foundation/ymWeakReference.h"
 #include "sdk/ymAudioDeviceStore.h"
+#include "sdk/ymClientChecks.h"
 #include "sdk/ymIPCMessage.h"
 #include "sdk/ymNotificationTransport.h"
 #include "sdk/ymSocketTransport.h"
@@ -31,10 +32,14 @@ struct ymSdkImplement::Impl {
     std::atomic<int64_t> features{0};
     ymSocketTransport sockets;
     ymNotificationTransport notifications;
+    /// The companion's handler of the client's changes, and the watch's observation that calls it.
+    std::mutex clientStateLock;
+    std::function<void(const YMClientState_s &)> clientStateHandler;
+    uint64_t clientObservation = 0;
 
     void setUp(ymSdkImplement &facade);
     // Hands the text to the transport the installed client speaks: 0, or 8 without one.
-    int32_t sendByInstalledTransport(const std::string &message, Peer peer);
+    int32_t sendByInstalledTransport(const ymClientSnapshot &client, const std::string &message, Peer peer);
 };
 
 ymSdkImplement *ymSdkImplement::SharedInstance()
@@ -71,6 +76,7 @@ void ymSdkImplement::Impl::setUp(ymSdkImplement &facade)
 
 ymSdkImplement::~ymSdkImplement()
 {
+    SetClientStateHandler(nullptr);
     CleanupAudioDevices();
     // The channels close their sockets; the notification manager goes on observing for the rest
     // of the process, delivering to nobody.
@@ -91,19 +97,20 @@ bool ymSdkImplement::RegisterFeature(int64_t features)
 int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevice)
 {
     YM_LOG(">> %s: cmd = %d", "-[ymSdkImplement SetAudioCmd:audioDevice:]", audioCmd);
-    ymClientLookupScope lookupOnce;
-    int32_t error = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
+    // One look at the meeting client for the whole command.
+    std::shared_ptr<const ymClientSnapshot> client = ymClientWatch::shared().current();
+    int32_t error = ymClientChecks::checkYumoAppError(*client);
     if (error != 0)
         return error;
     std::string message = ymIPCMessage::audioCommand(audioCmd, audioDevice.deviceIndex, audioDevice.deviceName,
                                                      audioDevice.usbVid, audioDevice.usbPid);
-    return _impl->sendByInstalledTransport(message, Impl::Peer::host);
+    return _impl->sendByInstalledTransport(*client, message, Impl::Peer::host);
 }
 
-int32_t ymSdkImplement::Impl::sendByInstalledTransport(const std::string &message, Peer peer)
+int32_t ymSdkImplement::Impl::sendByInstalledTransport(const ymClientSnapshot &client, const std::string &message, Peer peer)
 {
     // Sockets for clients that speak them, notifications for older ones; chosen afresh each time.
-    ymTransport &transport = ymClientFeatureMgr::sharedInstance()->isYumoClientSupportNewIPC()
+    ymTransport &transport = ymClientChecks::isYumoClientSupportNewIPC(client)
                                  ? static_cast<ymTransport &>(sockets)
                                  : static_cast<ymTransport &>(notifications);
     return transport.send(peer, message);
@@ -165,11 +172,11 @@ void ymSdkImplement::CleanupAudioDevices()
 int32_t ymSdkImplement::GetIMPresenceStatus()
 {
     YM_LOG(">> %s start", "-[ymSdkImplement GetIMPresenceStatus]");
-    ymClientLookupScope lookupOnce;
-    int32_t error = ymAPIErrorMgr::sharedInstance()->checkYumoAppError();
+    std::shared_ptr<const ymClientSnapshot> client = ymClientWatch::shared().current();
+    int32_t error = ymClientChecks::checkYumoAppError(*client);
     if (error != 0)
         return error;
-    return _impl->sendByInstalledTransport(ymIPCMessage::presenceRequest(), Impl::Peer::meetingClient);
+    return _impl->sendByInstalledTransport(*client, ymIPCMessage::presenceRequest(), Impl::Peer::meetingClient);
 }
 
 bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &deviceName,
@@ -225,6 +232,101 @@ int32_t ymSdkImplement::onMessageRecieved(const std::optional<std::string> &mess
             receiver->ymSdkIMPresenceStatus(status);
     }
     return 0;
+}
+
+namespace {
+
+YMClientState_s stateOf(const ymClientSnapshot &client, ymClientChange change)
+{
+    YMClientState_s state;
+    state.change = change;
+    state.installed = client.installed;
+    state.running = client.running;
+    state.version = client.version;
+    state.installPath = client.installPath;
+    state.transport = ymClientChecks::transportOf(client);
+    return state;
+}
+
+// What a companion is told of the difference between two looks at the client: each kind of
+// change once, in the order they happen when a client is replaced (the old one quits, the bundle
+// changes, the new one starts), each with the client as it stands after that step.
+std::vector<YMClientState_s> changesBetween(const ymClientSnapshot &now, const ymClientSnapshot &before)
+{
+    bool restarted = ymClientSnapshotRestarted(now, before);
+    bool quit = before.running && (!now.running || restarted);
+    bool started = now.running && (!before.running || restarted);
+    std::vector<YMClientState_s> changes;
+    if (quit) {
+        YMClientState_s state = stateOf(before, ymClientChangeQuit);
+        state.running = false;
+        state.transport = ymClientTransportNone;
+        changes.push_back(state);
+    }
+    // The bundle's steps: the client runs in them only when it ran all along.
+    YMClientState_s bundle = stateOf(now, ymClientChangeNone);
+    if (started) {
+        bundle.running = false;
+        bundle.transport = ymClientTransportNone;
+    }
+    auto tell = [&](ymClientChange change) {
+        bundle.change = change;
+        changes.push_back(bundle);
+    };
+    if (now.installed != before.installed) {
+        tell(now.installed ? ymClientChangeInstalled : ymClientChangeRemoved);
+    } else if (now.installed) {
+        if (now.installPath != before.installPath)
+            tell(ymClientChangeMoved);
+        if (now.version != before.version)
+            tell(ymClientChangeUpdated);
+    }
+    if (started)
+        changes.push_back(stateOf(now, ymClientChangeStarted));
+    return changes;
+}
+
+}  // namespace
+
+YMClientState_s ymSdkImplement::GetClientState() { return stateOf(*ymClientWatch::shared().current(), ymClientChangeNone); }
+
+void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientState_s &state)> handler)
+{
+    uint64_t stop = 0;
+    bool start = false;
+    {
+        std::lock_guard<std::mutex> guard(_impl->clientStateLock);
+        _impl->clientStateHandler = std::move(handler);
+        if (!_impl->clientStateHandler)
+            stop = std::exchange(_impl->clientObservation, 0);
+        else
+            start = _impl->clientObservation == 0;
+    }
+    if (stop)
+        ymClientWatch::shared().removeObserver(stop);
+    if (!start)
+        return;
+    // The observer holds this facade weakly: a facade that is gone hears nothing.
+    std::weak_ptr<ymSdkImplement> weak = weak_from_this();
+    uint64_t token = ymClientWatch::shared().addObserver([weak](const ymClientSnapshot &now, const ymClientSnapshot &before) {
+        std::shared_ptr<ymSdkImplement> self = weak.lock();
+        if (!self)
+            return;
+        std::function<void(const YMClientState_s &)> current;
+        {
+            std::lock_guard<std::mutex> guard(self->_impl->clientStateLock);
+            current = self->_impl->clientStateHandler;
+        }
+        if (!current)
+            return;
+        for (const YMClientState_s &state : changesBetween(now, before))
+            current(state);
+    });
+    std::lock_guard<std::mutex> guard(_impl->clientStateLock);
+    if (_impl->clientObservation == 0 && _impl->clientStateHandler)
+        _impl->clientObservation = token;
+    else
+        ymClientWatch::shared().removeObserver(token);  // set meanwhile by another thread, or cleared
 }
 
 std::shared_ptr<ymSdkDelegate> ymSdkImplement::delegate() const { return _impl->delegate.get(); }

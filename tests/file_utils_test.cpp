@@ -168,10 +168,8 @@ TEST_F(FileUtils, BundleVersionFromXmlOrBinaryInfoPlist)
     ymtest::writeFile(at("junk.app/Contents/Info.plist"), "<plist><dict><key>CFBundleVersion</key><string>1&#65;</string>"
                                                           "<key>K&#0;</key><string>x</string></dict></plist>");
     EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
-    ymPropertyList::Node info(plist_new_dict());
-    plist_dict_set_item(info.get(), "CFBundleVersion", plist_new_string("9"));
-    plist_dict_set_item(info.get(), "KKKKKKKKKKKKKKKKKKKK", plist_new_string("x"));
-    std::string binary = ymPropertyList::serialize(info.get(), true);
+    ymValue info = ymValue::dictionary({{"CFBundleVersion", "9"}, {"KKKKKKKKKKKKKKKKKKKK", "x"}});
+    std::string binary = ymPropertyList::serialize(info, true);
     binary[binary.find("KKKKKKKKKKKKKKKKKKKK") + 5] = '\0';
     ymtest::writeFile(at("junk.app/Contents/Info.plist"), binary);
     EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");

@@ -86,9 +86,8 @@ TEST_F(ClientLocation, EachOfTheFourCandidatesIsFoundInTurn)
     // First: the path registered in the client's defaults domain.
     std::string registered = ymtest::makeAppBundle(home.path() + "/Elsewhere", "yumoapp.app", kIdentifier, "5.6.0");
     std::filesystem::create_directories(home.path() + "/Library/Preferences");
-    ymPropertyList::Node domain(plist_new_dict());  // a binary property list, as the client writes it
-    plist_dict_set_item(domain.get(), "installPath", plist_new_string((registered + "/").c_str()));
-    ymtest::writeFile(home.path() + "/Library/Preferences/com.yumocorp.yumoapp.plist", ymPropertyList::serialize(domain.get(), true));
+    ymValue domain = ymValue::dictionary({{"installPath", registered + "/"}});  // binary, as the client writes it
+    ymtest::writeFile(home.path() + "/Library/Preferences/com.yumocorp.yumoapp.plist", ymPropertyList::serialize(domain, true));
     EXPECT_EQ(helper().getYumoClientInstallPath(), registered + "/");
     EXPECT_EQ(helper().getYumoappLaunchPath(&exists), registered + "/Contents/MacOS/yumoapp");
 
@@ -324,10 +323,10 @@ TEST_F(ClientLaunch, BundleIdentifierIsRewrittenKeepingTheFormat)
         std::string info = bundle + "/Contents/Info.plist";
         EXPECT_TRUE(helper().modifyBundleIdentify(info, std::string("com.example.after")));
         bool wasBinary = !binary;
-        ymPropertyList::Node plist = ymPropertyList::readFile(info, &wasBinary);
+        std::optional<ymValue> plist = ymPropertyList::readFile(info, &wasBinary);
         EXPECT_EQ(wasBinary, binary);
-        EXPECT_EQ(ymPropertyList::textForKey(plist.get(), "CFBundleIdentifier"), "com.example.after");
-        EXPECT_EQ(ymPropertyList::textForKey(plist.get(), "CFBundleVersion"), "1.0");  // the rest is kept
+        EXPECT_EQ(ymPropertyList::textForKey(plist ? &*plist : nullptr, "CFBundleIdentifier"), "com.example.after");
+        EXPECT_EQ(ymPropertyList::textForKey(plist ? &*plist : nullptr, "CFBundleVersion"), "1.0");  // the rest is kept
     }
     ymtest::CapturedStderr log;
     EXPECT_FALSE(helper().modifyBundleIdentify(home.path() + "/missing.plist", std::string("x")));
@@ -354,10 +353,10 @@ TEST_F(ClientLaunch, OutlookIsFoundByIdentifierAndItsVersionJudged)
                                                    {"15", true},      {"16.78.1", true}, {"13.9.9", false}, {"abc", false},
                                                    {"14.0.9", false}, {"14.-1.9", false}};
     std::string bundle = ymtest::makeAppBundle(home.path() + "/Applications", "Microsoft Outlook.app", "com.microsoft.Outlook", "1");
-    ymPropertyList::Node info = ymPropertyList::readFile(bundle + "/Contents/Info.plist");
     for (auto [version, supported] : cases) {
-        plist_dict_set_item(info.get(), "CFBundleShortVersionString", plist_new_string(version));
-        ymtest::writeFile(bundle + "/Contents/Info.plist", ymPropertyList::serialize(info.get(), true));
+        ymValue info = ymValue::dictionary({{"CFBundleIdentifier", "com.microsoft.Outlook"}, {"CFBundleExecutable", "yumoapp"},
+                                            {"CFBundleVersion", "1"}, {"CFBundleShortVersionString", version}});
+        ymtest::writeFile(bundle + "/Contents/Info.plist", ymPropertyList::serialize(info, true));
         EXPECT_TRUE(helper().isOutlookInstalled());
         EXPECT_EQ(helper().OutlookVersion(), version);
         EXPECT_EQ(helper().isSupportedOutlookVersion(), supported) << version;

@@ -65,6 +65,7 @@ struct ClientCore : ySocketConnection::Owner, std::enable_shared_from_this<Clien
     // The I/O thread's.
     int pendingFd = -1;            // an attempt waiting for room in a full listen queue
     uint64_t pendingTicket = 0;    // the tickets it answers
+    bool askedMeanwhile = false;   // another attempt was asked for while it was under way
     Clock::time_point pendingDeadline;
     struct sockaddr_un address;
     socklen_t addressLength = 0;
@@ -231,6 +232,7 @@ void ClientCore::stop()
             if (self->pendingFd >= 0) {
                 ::close(self->pendingFd);
                 self->pendingFd = -1;
+                self->askedMeanwhile = false;
             }
             std::shared_ptr<ySocketConnection> late;
             {
@@ -248,8 +250,10 @@ void ClientCore::stop()
 
 void ClientCore::attempt(bool fresh)
 {
-    if (pendingFd >= 0)
-        return;  // an attempt is under way; tickets it does not answer get one of their own after it
+    if (pendingFd >= 0) {
+        askedMeanwhile = true;  // tickets the attempt under way does not answer get one of their own after it
+        return;
+    }
     retry.reset();  // a retry that was due is this attempt
     if (fresh)
         quickRetriesLeft = kQuickRetries;
@@ -333,6 +337,7 @@ void ClientCore::tryConnect()
 void ClientCore::connected(int fd)
 {
     pendingFd = -1;
+    askedMeanwhile = false;
     std::shared_ptr<ySocketConnection> made = ySocketConnection::serve(fd, weak_from_this(), kConnect);
     if (!made) {
         YM_LOG("%s: connect error", kConnect);
@@ -359,13 +364,10 @@ void ClientCore::failed(int error)
     closeUnpublished(pendingFd);
     pendingFd = -1;
     answer(pendingTicket);
-    uint64_t asked;
-    {
-        std::lock_guard<std::mutex> guard(lock);
-        asked = attemptsAsked;
-    }
-    if (asked > pendingTicket) {
-        // Asked for while this attempt was under way: an attempt of their own, now.
+    if (askedMeanwhile) {
+        // Asked for while this attempt was under way: an attempt of their own, now. (A ticket
+        // asked for after it has posted its own.)
+        askedMeanwhile = false;
         std::weak_ptr<ClientCore> weak = weak_from_this();
         ymIOLoop::shared().post([weak] {
             if (std::shared_ptr<ClientCore> self = weak.lock())

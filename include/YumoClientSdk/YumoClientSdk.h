@@ -15,6 +15,7 @@
 
 #include "ymAppDefine.h"
 #include "ymBase.h"
+#include "ymClientState.h"
 #include "ymCommandStatus.h"
 #include "ymFileUtils.h"
 #include "ymIPCMsgDefine.h"

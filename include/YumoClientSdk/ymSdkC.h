@@ -37,6 +37,7 @@
 #include <stdint.h>
 
 #include "ymBase.h"
+#include "ymClientState.h"
 #include "ymCommandStatus.h"
 
 YM_EXTERN_C_BEGIN
@@ -144,6 +145,19 @@ YM_EXPORT void ymSetErrorCode(int32_t errorCode);
 /** The text of the stored error code: "0:Error YumoClientNotRunning" and its siblings, "" for a
  * code without one. Never NULL. */
 YM_EXPORT const char *ymGetErrorText(void);
+
+/** Called on the main loop each time the meeting client starts, quits, is installed, removed,
+ * updated or moved (ymClientState.h); `context` is what was given with the callback. */
+typedef void (*ymClientStateCallback)(const ymClientState *state, void *context);
+
+/** Sets the function told of the meeting client's changes (NULL: none), with its context, within a
+ * second of each change. Setting one starts the SDK's watch of the client: it waits on the file
+ * system and the client's processes, and does not poll. */
+YM_EXPORT void ymSetClientStateCallback(ymClientStateCallback callback, void *context);
+
+/** Fills `state` with the meeting client now (change ymClientChangeNone). Its texts stay valid on
+ * the calling thread until this function is called again there. NO when `state` is NULL. */
+YM_EXPORT BOOL ymGetClientState(ymClientState *state);
 
 /* ---- Finding and checking the meeting client, Outlook and the system ---- */
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 #include "YMSocketIPCChannel.h"
 #include "YMSocketIPCChannelDelegate.h"
 #include "ymBase.h"
+#include "ymClientState.h"
 #include "ymCommandStatus.h"
 #include "ymIPCMsgMgr.h"
 #include "ymSdkDelegate.h"
@@ -98,6 +100,16 @@ public:
     /// A whole message from either transport. Answers -1 for a missing text or one that is not
     /// JSON, 0 otherwise.
     int32_t onMessageRecieved(const std::optional<std::string> &message) override;
+
+    /// The meeting client now: installed, running, its version and where, and the transport
+    /// commands take (the change is ymClientChangeNone).
+    YMClientState_s GetClientState();
+
+    /// Calls the handler, on the main loop, each time the meeting client starts, quits, is
+    /// installed, removed, updated or moved (see ymClientState.h), within a second of the change.
+    /// An empty handler stops the calls. Setting one starts the SDK's watch of the client, which
+    /// then waits on the file system and the client's processes: it does not poll.
+    void SetClientStateHandler(std::function<void(const YMClientState_s &state)> handler);
 
     /// The companion's receiver of answers (weak: keep your own reference).
     std::shared_ptr<ymSdkDelegate> delegate() const;

@@ -8,7 +8,7 @@ std::string infoPlistPath(const std::string &bundlePath) { return bundlePath + "
 
 std::optional<std::string> infoValue(const std::string &bundlePath, const char *key)
 {
-    ymPropertyList::SharedNode info = ymPropertyList::readFileShared(infoPlistPath(bundlePath));
+    std::shared_ptr<const ymValue> info = ymPropertyList::readFileShared(infoPlistPath(bundlePath));
     return ymPropertyList::textForKey(info.get(), key);
 }
 

@@ -66,10 +66,10 @@ char *appendNumber(char *cursor, const char *limit, long value, int minimumDigit
     return append(cursor, limit, ordered, static_cast<size_t>(count));
 }
 
-// "2026-11-21 16:08:24.123 name[pid:tid] file.cpp(42) ". The date is formatted once a second and
-// the process part once a thread (again after a fork); the rest is copied, not printf'd, since
-// this runs for every line. Answers the end of the head, or nothing when it does not fit.
-char *writeHead(char *buffer, const char *limit, const char *fileName, int line)
+// "2026-11-21 16:08:24.123 name[pid:tid] ". The date is formatted once a second and the process
+// part once a thread (again after a fork); the rest is copied, not printf'd, since this runs for
+// every line. Answers the end, or nothing when it does not fit.
+char *writeTime(char *buffer, const char *limit)
 {
     struct CachedPrefix {
         time_t second = -1;
@@ -96,8 +96,17 @@ char *writeHead(char *buffer, const char *limit, const char *fileName, int line)
         cached.generation = generation;
     }
     char *cursor = append(buffer, limit, cached.date, cached.dateLength);
-    cursor = appendNumber(cursor, limit, static_cast<long>(now.tv_usec / 1000), 3);
-    cursor = append(cursor, limit, cached.process, cached.processLength);
+    unsigned milliseconds = static_cast<unsigned>(now.tv_usec / 1000);
+    const char digits[3] = {static_cast<char>('0' + milliseconds / 100), static_cast<char>('0' + milliseconds / 10 % 10),
+                            static_cast<char>('0' + milliseconds % 10)};
+    cursor = append(cursor, limit, digits, 3);
+    return append(cursor, limit, cached.process, cached.processLength);
+}
+
+// The time and process part, then "file.cpp(42) ".
+char *writeHead(char *buffer, const char *limit, const char *fileName, int line)
+{
+    char *cursor = writeTime(buffer, limit);
     cursor = append(cursor, limit, fileName, std::strlen(fileName));
     cursor = append(cursor, limit, "(", 1);
     cursor = appendNumber(cursor, limit, line, 1);
@@ -138,6 +147,31 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
     if (total == 0 || text[total - 1] != '\n')
         text[total++] = '\n';
     writeAll(STDERR_FILENO, text, total);
+}
+
+void ymNSLogPrepared(const char *text, size_t length)
+{
+    // A line formatted before, its file and line included: the time is put before it, and it is
+    // copied, not formatted again.
+    std::vector<char> *kept = ymThreadLocalInstance<std::vector<char>>();
+    std::vector<char> ownBuffer;
+    std::vector<char> &buffer = kept ? *kept : ownBuffer;
+    if (buffer.size() < kStackLineSize)
+        buffer.resize(kStackLineSize);
+    char *headEnd = writeTime(buffer.data(), buffer.data() + buffer.size() - 2);
+    if (!headEnd)
+        return;
+    size_t headLength = static_cast<size_t>(headEnd - buffer.data());
+    size_t total = headLength + length;
+    if (total + 2 > buffer.size()) {
+        std::vector<char> larger(total + 2);
+        std::memcpy(larger.data(), buffer.data(), headLength);
+        buffer.swap(larger);
+    }
+    std::memcpy(buffer.data() + headLength, text, length);
+    if (total == 0 || buffer[total - 1] != '\n')
+        buffer[total++] = '\n';
+    writeAll(STDERR_FILENO, buffer.data(), total);
 }
 
 void ymNSLogLine(const char *fileName, int line, const char *format, ...)

@@ -1,5 +1,6 @@
 #include "platform/ymPropertyList.h"
 
+#include "platform/linux/ymPlistNodes.h"
 #include "platform/ymFileManager.h"
 
 #include <cinttypes>
@@ -9,8 +10,6 @@
 #include <mutex>
 #include <sys/stat.h>
 #include <unordered_map>
-
-namespace ymPropertyList {
 
 namespace {
 
@@ -87,6 +86,8 @@ bool holdsZeroInText(const std::string &bytes, bool binary)
 
 }  // namespace
 
+namespace ymPlistNodes {
+
 Node parse(const std::string &bytes, bool *isBinary)
 {
     if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max())
@@ -103,64 +104,6 @@ Node parse(const std::string &bytes, bool *isBinary)
     if (isBinary)
         *isBinary = binary;
     return Node(root);
-}
-
-Node readFile(const std::string &path, bool *isBinary)
-{
-    std::string bytes;
-    if (ymFileManager::readRegularFile(path, bytes) != ymFileManager::ReadResult::read)
-        return nullptr;
-    return parse(bytes, isBinary);
-}
-
-namespace {
-
-struct FileIdentity {
-    dev_t device;
-    ino_t inode;
-    off_t size;
-    struct timespec modified;
-    struct timespec changed;
-    bool operator==(const FileIdentity &other) const
-    {
-        return device == other.device && inode == other.inode && size == other.size &&
-               modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec &&
-               changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
-    }
-};
-
-struct CachedFile {
-    FileIdentity identity;
-    SharedNode root;
-};
-
-constexpr size_t kMaximumCachedFiles = 128;
-
-}  // namespace
-
-SharedNode readFileShared(const std::string &path)
-{
-    static std::mutex lock;
-    static auto *cache = new std::unordered_map<std::string, CachedFile>();
-    struct stat status;
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
-        return nullptr;
-    FileIdentity identity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
-    {
-        std::lock_guard<std::mutex> guard(lock);
-        auto found = cache->find(path);
-        if (found != cache->end() && found->second.identity == identity)
-            return found->second.root;
-    }
-    Node parsed = readFile(path);
-    if (!parsed)
-        return nullptr;
-    SharedNode root(parsed.release(), NodeFree());
-    std::lock_guard<std::mutex> guard(lock);
-    if (cache->size() >= kMaximumCachedFiles)
-        cache->clear();
-    (*cache)[path] = CachedFile{identity, root};
-    return root;
 }
 
 std::string serialize(plist_t node, bool binary)
@@ -182,53 +125,8 @@ std::string serialize(plist_t node, bool binary)
     return result;
 }
 
-std::optional<std::string> textOf(plist_t node)
-{
-    if (!node)
-        return std::nullopt;
-    char number[64];
-    switch (plist_get_node_type(node)) {
-    case PLIST_STRING: {
-        // Read with its length: libplist's copying getter aborts on a zero byte inside the text.
-        uint64_t length = 0;
-        const char *value = plist_get_string_ptr(node, &length);
-        if (!value)
-            return std::nullopt;
-        return std::string(value, static_cast<size_t>(length));
-    }
-    case PLIST_UINT: {
-        uint64_t value = 0;
-        plist_get_uint_val(node, &value);
-        snprintf(number, sizeof number, "%" PRIu64, value);
-        return std::string(number);
-    }
-    case PLIST_REAL: {
-        double value = 0;
-        plist_get_real_val(node, &value);
-        snprintf(number, sizeof number, "%.17g", value);
-        return std::string(number);
-    }
-    case PLIST_BOOLEAN: {
-        uint8_t value = 0;
-        plist_get_bool_val(node, &value);
-        return std::string(value ? "1" : "0");
-    }
-    default:
-        return std::nullopt;
-    }
-}
-
-std::optional<std::string> textForKey(plist_t dictionary, const char *key)
-{
-    if (!dictionary || plist_get_node_type(dictionary) != PLIST_DICT)
-        return std::nullopt;
-    return textOf(plist_dict_get_item(dictionary, key));
-}
-
 void forEachItem(plist_t dictionary, const std::function<void(const char *key, plist_t value)> &visit)
 {
-    if (!dictionary || plist_get_node_type(dictionary) != PLIST_DICT)
-        return;
     plist_dict_iter iterator = nullptr;
     plist_dict_new_iter(dictionary, &iterator);
     for (;;) {
@@ -245,41 +143,56 @@ void forEachItem(plist_t dictionary, const std::function<void(const char *key, p
     free(iterator);
 }
 
-nlohmann::json toJSON(plist_t node)
+std::string textOf(plist_t node)
 {
-    if (!node)
-        return nullptr;
+    // Read with its length: libplist's copying getter aborts on a zero byte inside the text.
+    uint64_t length = 0;
+    const char *text = plist_get_string_ptr(node, &length);
+    return text ? std::string(text, static_cast<size_t>(length)) : std::string();
+}
+
+}  // namespace ymPlistNodes
+
+namespace ymPropertyList {
+namespace {
+
+using ymPlistNodes::Node;
+
+ymValue valueOf(plist_t node)
+{
     switch (plist_get_node_type(node)) {
     case PLIST_DICT: {
-        nlohmann::json object = nlohmann::json::object();
-        forEachItem(node, [&object](const char *key, plist_t value) { object[key] = toJSON(value); });
-        return object;
+        ymValue::Members members;
+        ymPlistNodes::forEachItem(node, [&members](const char *key, plist_t value) { members.emplace_back(key, valueOf(value)); });
+        return ymValue::dictionary(std::move(members));
     }
     case PLIST_ARRAY: {
-        nlohmann::json array = nlohmann::json::array();
+        std::vector<ymValue> elements;
         for (uint32_t i = 0; i < plist_array_get_size(node); ++i)
-            array.push_back(toJSON(plist_array_get_item(node, i)));
-        return array;
+            elements.push_back(valueOf(plist_array_get_item(node, i)));
+        return ymValue::array(std::move(elements));
     }
+    case PLIST_STRING:
+        return ymValue(ymPlistNodes::textOf(node));
     case PLIST_UINT: {
         uint64_t value = 0;
         plist_get_uint_val(node, &value);
-        return static_cast<int64_t>(value);  // the binary form stores signed integers this way
+        return ymValue(static_cast<long long>(value));  // the binary form stores signed integers this way
     }
     case PLIST_REAL: {
         double value = 0;
         plist_get_real_val(node, &value);
-        return value;
+        return ymValue(value);
     }
     case PLIST_BOOLEAN: {
         uint8_t value = 0;
         plist_get_bool_val(node, &value);
-        return value != 0;
+        return ymValue(value != 0);
     }
     case PLIST_DATE: {
         int32_t seconds = 0, microseconds = 0;
         plist_get_date_val(node, &seconds, &microseconds);
-        return seconds + microseconds / 1e6;
+        return ymValue(seconds + microseconds / 1e6);
     }
     case PLIST_DATA: {
         char *bytes = nullptr;
@@ -287,11 +200,175 @@ nlohmann::json toJSON(plist_t node)
         plist_get_data_val(node, &bytes, &length);
         std::string text(bytes ? bytes : "", bytes ? length : 0);
         free(bytes);
-        return text;
+        return ymValue(std::move(text));
     }
     default:
-        return textOf(node).value_or("");
+        return ymValue(std::string());
     }
+}
+
+plist_t nodeOf(const ymValue &value)
+{
+    switch (value.type()) {
+    case ymValue::Type::dictionary: {
+        plist_t dictionary = plist_new_dict();
+        for (const auto &[key, member] : value.members())
+            plist_dict_set_item(dictionary, key.c_str(), nodeOf(member));
+        return dictionary;
+    }
+    case ymValue::Type::array: {
+        plist_t array = plist_new_array();
+        for (const ymValue &element : value.elements())
+            plist_array_append_item(array, nodeOf(element));
+        return array;
+    }
+    case ymValue::Type::boolean:
+        return plist_new_bool(value.booleanValue() ? 1 : 0);
+    case ymValue::Type::integer:
+        return plist_new_uint(static_cast<uint64_t>(value.integerValue()));
+    case ymValue::Type::real:
+        return plist_new_real(value.realValue());
+    case ymValue::Type::text:
+        return plist_new_string(value.text().c_str());
+    case ymValue::Type::null:
+        break;
+    }
+    return plist_new_string("");
+}
+
+// The new value as a node, keeping the original's nodes wherever the value left them as they were.
+plist_t merged(plist_t original, const ymValue &value)
+{
+    if (original && valueOf(original) == value)
+        return plist_copy(original);
+    if (original && value.type() == ymValue::Type::dictionary && plist_get_node_type(original) == PLIST_DICT) {
+        plist_t dictionary = plist_new_dict();
+        for (const auto &[key, member] : value.members())
+            plist_dict_set_item(dictionary, key.c_str(), merged(plist_dict_get_item(original, key.c_str()), member));
+        return dictionary;
+    }
+    if (original && value.type() == ymValue::Type::array && plist_get_node_type(original) == PLIST_ARRAY) {
+        plist_t array = plist_new_array();
+        const std::vector<ymValue> &elements = value.elements();
+        for (uint32_t i = 0; i < elements.size(); ++i)
+            plist_array_append_item(array, merged(i < plist_array_get_size(original) ? plist_array_get_item(original, i) : nullptr, elements[i]));
+        return array;
+    }
+    return nodeOf(value);
+}
+
+}  // namespace
+
+std::optional<ymValue> parse(const std::string &bytes, bool *isBinary)
+{
+    Node root = ymPlistNodes::parse(bytes, isBinary);
+    if (!root)
+        return std::nullopt;
+    return valueOf(root.get());
+}
+
+std::optional<ymValue> readFile(const std::string &path, bool *isBinary)
+{
+    std::string bytes;
+    if (ymFileManager::readRegularFile(path, bytes) != ymFileManager::ReadResult::read)
+        return std::nullopt;
+    return parse(bytes, isBinary);
+}
+
+namespace {
+
+struct FileIdentity {
+    dev_t device;
+    ino_t inode;
+    off_t size;
+    struct timespec modified;
+    struct timespec changed;
+    bool operator==(const FileIdentity &other) const
+    {
+        return device == other.device && inode == other.inode && size == other.size &&
+               modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec &&
+               changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
+    }
+};
+
+struct CachedFile {
+    FileIdentity identity;
+    std::shared_ptr<const ymValue> root;
+};
+
+constexpr size_t kMaximumCachedFiles = 128;
+
+}  // namespace
+
+std::shared_ptr<const ymValue> readFileShared(const std::string &path)
+{
+    static std::mutex lock;
+    static auto *cache = new std::unordered_map<std::string, CachedFile>();
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return nullptr;
+    FileIdentity identity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        auto found = cache->find(path);
+        if (found != cache->end() && found->second.identity == identity)
+            return found->second.root;
+    }
+    std::optional<ymValue> parsed = readFile(path);
+    if (!parsed)
+        return nullptr;
+    auto root = std::make_shared<const ymValue>(std::move(*parsed));
+    std::lock_guard<std::mutex> guard(lock);
+    if (cache->size() >= kMaximumCachedFiles)
+        cache->clear();
+    (*cache)[path] = CachedFile{identity, root};
+    return root;
+}
+
+std::string serialize(const ymValue &value, bool binary)
+{
+    Node root(nodeOf(value));
+    return ymPlistNodes::serialize(root.get(), binary);
+}
+
+std::optional<std::string> textOf(const ymValue &value)
+{
+    char number[64];
+    switch (value.type()) {
+    case ymValue::Type::text:
+        return value.text();
+    case ymValue::Type::integer:
+        snprintf(number, sizeof number, "%" PRId64, value.integerValue());
+        return std::string(number);
+    case ymValue::Type::real:
+        snprintf(number, sizeof number, "%.17g", value.realValue());
+        return std::string(number);
+    case ymValue::Type::boolean:
+        return std::string(value.booleanValue() ? "1" : "0");
+    default:
+        return std::nullopt;
+    }
+}
+
+std::optional<std::string> textForKey(const ymValue *dictionary, const char *key)
+{
+    if (!dictionary || !key)
+        return std::nullopt;
+    const ymValue *member = dictionary->find(key);
+    return member ? textOf(*member) : std::nullopt;
+}
+
+std::optional<std::string> update(const std::string &bytes,
+                                  const std::function<std::optional<ymValue>(const ymValue &root)> &change)
+{
+    Node original = ymPlistNodes::parse(bytes, nullptr);
+    if (!original)
+        return std::nullopt;
+    std::optional<ymValue> changed = change(valueOf(original.get()));
+    if (!changed)
+        return std::nullopt;
+    Node root(merged(original.get(), *changed));
+    return ymPlistNodes::serialize(root.get(), false);
 }
 
 }  // namespace ymPropertyList

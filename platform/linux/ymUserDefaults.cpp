@@ -21,24 +21,24 @@ std::optional<std::string> pathForDomain(const std::string &domain)
     return std::string(home) + "/Library/Preferences/" + domain + ".plist";
 }
 
-ymPropertyList::Node persistentDomain(const std::string &domain)
+std::optional<ymValue> persistentDomain(const std::string &domain)
 {
     std::optional<std::string> path = pathForDomain(domain);
     if (!path)
-        return nullptr;
-    ymPropertyList::Node root = ymPropertyList::readFile(*path);
-    if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
-        return nullptr;
+        return std::nullopt;
+    std::optional<ymValue> root = ymPropertyList::readFile(*path);
+    if (!root || root->type() != ymValue::Type::dictionary)
+        return std::nullopt;
     return root;
 }
 
-ymPropertyList::SharedNode sharedDomain(const std::string &domain)
+std::shared_ptr<const ymValue> sharedDomain(const std::string &domain)
 {
     std::optional<std::string> path = pathForDomain(domain);
     if (!path)
         return nullptr;
-    ymPropertyList::SharedNode root = ymPropertyList::readFileShared(*path);
-    if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
+    std::shared_ptr<const ymValue> root = ymPropertyList::readFileShared(*path);
+    if (!root || root->type() != ymValue::Type::dictionary)
         return nullptr;
     return root;
 }
@@ -61,12 +61,12 @@ std::optional<std::string> languageTagOf(std::string locale)
 
 std::optional<std::vector<std::string>> preferredLanguages()
 {
-    ymPropertyList::Node global = persistentDomain(".GlobalPreferences");
-    plist_t languages = global ? plist_dict_get_item(global.get(), "AppleLanguages") : nullptr;
-    if (languages && plist_get_node_type(languages) == PLIST_ARRAY) {
+    std::optional<ymValue> global = persistentDomain(".GlobalPreferences");
+    const ymValue *languages = global ? global->find("AppleLanguages") : nullptr;
+    if (languages && languages->type() == ymValue::Type::array) {
         std::vector<std::string> tags;
-        for (uint32_t i = 0; i < plist_array_get_size(languages); ++i)
-            if (std::optional<std::string> tag = ymPropertyList::textOf(plist_array_get_item(languages, i)))
+        for (const ymValue &language : languages->elements())
+            if (std::optional<std::string> tag = ymPropertyList::textOf(language))
                 tags.push_back(*tag);
         return tags;
     }
@@ -131,7 +131,7 @@ private:
 
 }  // namespace
 
-bool updateDomain(const std::string &domain, const std::function<bool(plist_t dictionary)> &change)
+bool updateDomain(const std::string &domain, const std::function<std::optional<ymValue>(const ymValue &dictionary)> &change)
 {
     std::optional<std::string> path = pathForDomain(domain);
     if (!path)
@@ -145,25 +145,31 @@ bool updateDomain(const std::string &domain, const std::function<bool(plist_t di
     // I/O error, no descriptor left, not a regular file) or is not a dictionary is never
     // overwritten: what other processes stored in it would be lost.
     std::string bytes;
-    ymPropertyList::Node dictionary;
+    std::optional<std::string> updated;
     switch (ymFileManager::readRegularFile(*path, bytes)) {
     case ymFileManager::ReadResult::missing:
-        dictionary.reset(plist_new_dict());
+        if (std::optional<ymValue> created = change(ymValue::dictionary({})))
+            updated = ymPropertyList::serialize(*created, false);
         break;
     case ymFileManager::ReadResult::unreadable:
         return false;
-    case ymFileManager::ReadResult::read:
-        dictionary = ymPropertyList::parse(bytes);
-        if (!dictionary || plist_get_node_type(dictionary.get()) != PLIST_DICT)
+    case ymFileManager::ReadResult::read: {
+        bool dictionary = false;
+        updated = ymPropertyList::update(bytes, [&](const ymValue &root) -> std::optional<ymValue> {
+            dictionary = root.type() == ymValue::Type::dictionary;
+            return dictionary ? change(root) : std::nullopt;
+        });
+        if (!dictionary)
             return false;
         break;
     }
-    if (!change(dictionary.get()))
-        return true;
+    }
+    if (!updated)
+        return true;  // nothing to change
     // Under the lock no other write of the domain is under way: a temporary file of one is the
     // leftover of a writer that was killed.
     ymFileManager::removeLeftoverTemporaries(*path);
-    return ymFileManager::writeFile(*path, ymPropertyList::serialize(dictionary.get(), false));
+    return ymFileManager::writeFile(*path, *updated);
 }
 
 }  // namespace ymUserDefaults

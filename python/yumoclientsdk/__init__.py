@@ -9,7 +9,8 @@ facade, main loop and checks, so everything the C++ reference says of them holds
     if ym.get_im_presence_status() == ym.COMMAND_SENT:
         ym.run(5)                       # the callback is called from in here
 
-Answers reach the callables given to on_presence_status() and on_audio_info() while the SDK's main
+Answers reach the callables given to on_presence_status(), on_audio_info() and on_client_state() (the
+meeting client coming and going) while the SDK's main
 loop runs: run(), run_until(), or dispatch() called whenever main_loop_fd() is readable (in a
 selectors or asyncio loop: loop.add_reader(ym.main_loop_fd(), ym.dispatch)). They are called on
 the thread that runs the loop. An exception a callable raises is raised again by the run() or
@@ -26,10 +27,12 @@ import time
 from typing import Callable, NamedTuple, Optional
 
 __all__ = [
-    "PresenceStatus", "AudioInfo",
+    "PresenceStatus", "AudioInfo", "ClientState",
     "COMMAND_SENT", "CLIENT_NOT_INSTALLED", "CLIENT_NOT_RUNNING", "CLIENT_VERSION_NOT_SUPPORTED",
     "NOT_SIGNED_IN", "NO_TRANSPORT",
-    "on_presence_status", "on_audio_info",
+    "CLIENT_CHANGE_NONE", "CLIENT_STARTED", "CLIENT_QUIT", "CLIENT_INSTALLED", "CLIENT_REMOVED", "CLIENT_UPDATED",
+    "CLIENT_MOVED", "TRANSPORT_NONE", "TRANSPORT_SOCKETS", "TRANSPORT_NOTIFICATIONS",
+    "on_presence_status", "on_audio_info", "on_client_state", "client_state",
     "register_audio_device", "cleanup_audio_devices", "is_registered_device",
     "get_im_presence_status", "set_audio_cmd",
     "available_features", "register_feature", "features",
@@ -50,6 +53,18 @@ CLIENT_VERSION_NOT_SUPPORTED = 6
 NOT_SIGNED_IN = 7
 NO_TRANSPORT = 8
 
+# What changed about the meeting client (ymClientState.h), and the transport commands take now.
+CLIENT_CHANGE_NONE = 0
+CLIENT_STARTED = 1
+CLIENT_QUIT = 2
+CLIENT_INSTALLED = 3
+CLIENT_REMOVED = 4
+CLIENT_UPDATED = 5
+CLIENT_MOVED = 6
+TRANSPORT_NONE = 0
+TRANSPORT_SOCKETS = 1
+TRANSPORT_NOTIFICATIONS = 2
+
 
 class PresenceStatus(NamedTuple):
     """The meeting client's answer to a presence request."""
@@ -66,6 +81,16 @@ class AudioInfo(NamedTuple):
     device_name: Optional[str]
 
 
+class ClientState(NamedTuple):
+    """The meeting client after a change (change CLIENT_CHANGE_NONE: as it is now)."""
+    change: int              # CLIENT_STARTED, CLIENT_QUIT, ...
+    installed: bool          # its bundle is where it was found
+    running: bool            # a process of this user runs it
+    transport: int           # TRANSPORT_SOCKETS, TRANSPORT_NOTIFICATIONS, or TRANSPORT_NONE when it does not run
+    version: str             # its "CFBundleVersion"; "" when it cannot be read
+    install_path: str        # where it was found, or last looked for
+
+
 class _PresenceRecord(ctypes.Structure):
     _fields_ = [("error", ctypes.c_byte), ("code", ctypes.c_int32), ("text", ctypes.c_char_p),
                 ("presenceStatus", ctypes.c_int32)]
@@ -75,7 +100,13 @@ class _AudioRecord(ctypes.Structure):
     _fields_ = [("audioCmd", ctypes.c_int32), ("deviceIndex", ctypes.c_char_p), ("deviceName", ctypes.c_char_p)]
 
 
+class _ClientStateRecord(ctypes.Structure):
+    _fields_ = [("change", ctypes.c_int32), ("installed", ctypes.c_byte), ("running", ctypes.c_byte),
+                ("transport", ctypes.c_int32), ("version", ctypes.c_char_p), ("installPath", ctypes.c_char_p)]
+
+
 _PresenceCallback = ctypes.CFUNCTYPE(None, ctypes.POINTER(_PresenceRecord), ctypes.c_void_p)
+_ClientStateCallback = ctypes.CFUNCTYPE(None, ctypes.POINTER(_ClientStateRecord), ctypes.c_void_p)
 _AudioCallback = ctypes.CFUNCTYPE(None, ctypes.POINTER(_AudioRecord), ctypes.c_void_p)
 
 _lib = ctypes.CDLL(os.environ.get("YUMOCLIENTSDK_LIBRARY") or "libYumoClientSdk.so.1")
@@ -84,6 +115,8 @@ _B, _I32, _I64, _TEXT, _V = ctypes.c_byte, ctypes.c_int32, ctypes.c_int64, ctype
 _SIGNATURES = {
     "ymSetPresenceStatusCallback": (_V, [_PresenceCallback, ctypes.c_void_p]),
     "ymSetAudioInfoCallback": (_V, [_AudioCallback, ctypes.c_void_p]),
+    "ymSetClientStateCallback": (_V, [_ClientStateCallback, ctypes.c_void_p]),
+    "ymGetClientState": (_B, [ctypes.POINTER(_ClientStateRecord)]),
     "ymRegisterAudioDevice": (_B, [_TEXT, _TEXT, ctypes.c_uint32, ctypes.c_uint32]),
     "ymRegisterAudioDeviceWithTexts": (_B, [_TEXT, _TEXT, _TEXT, _TEXT]),
     "ymCleanupAudioDevices": (_V, []),
@@ -169,6 +202,31 @@ def on_audio_info(callback: Optional[Callable[[AudioInfo], None]]) -> None:
             _raised.append(error)
     _callbacks["audio"] = _AudioCallback(called) if callback else _AudioCallback()
     _lib.ymSetAudioInfoCallback(_callbacks["audio"], None)
+
+
+def _client_state_of(value: _ClientStateRecord) -> ClientState:
+    return ClientState(value.change, bool(value.installed), bool(value.running), value.transport,
+                       _decoded(value.version) or "", _decoded(value.installPath) or "")
+
+
+def on_client_state(callback: Optional[Callable[[ClientState], None]]) -> None:
+    """Calls `callback` with a ClientState each time the meeting client starts, quits, is installed,
+    removed, updated or moved, within a second of the change (None: no more). Setting one starts the
+    SDK's watch of the client; it does not poll."""
+    def called(record, _context):
+        try:
+            callback(_client_state_of(record.contents))
+        except BaseException as error:  # noqa: B902 - raised again by the loop's caller
+            _raised.append(error)
+    _callbacks["client"] = _ClientStateCallback(called) if callback else _ClientStateCallback()
+    _lib.ymSetClientStateCallback(_callbacks["client"], None)
+
+
+def client_state() -> ClientState:
+    """The meeting client now."""
+    record = _ClientStateRecord()
+    _lib.ymGetClientState(ctypes.byref(record))
+    return _client_state_of(record)
 
 
 def register_audio_device(name: str, index: str, usb_vid, usb_pid) -> bool:

@@ -65,9 +65,18 @@ def test_audio_events_reach_only_devices_registered_here(client):
     assert events == [ym.AudioInfo(audio_cmd=5, device_index="1", device_name="Headset")]
 
 
-def test_status_5_when_the_client_is_gone(client):
+def test_the_client_quitting_is_told_and_commands_answer_5(client):
+    changes = []
+    ym.on_client_state(changes.append)
+    now = ym.client_state()
+    assert now == ym.ClientState(change=ym.CLIENT_CHANGE_NONE, installed=True, running=True,
+                                 transport=ym.TRANSPORT_SOCKETS, version="5.6.0",
+                                 install_path=os.path.join(HOME, "Applications", "yumoapp.app"))
     client.kill()
     client.wait()
+    assert ym.run_until(lambda: changes, 20)
+    assert changes == [now._replace(change=ym.CLIENT_QUIT, running=False, transport=ym.TRANSPORT_NONE)]
+    ym.on_client_state(None)
     assert ym.get_im_presence_status() == ym.CLIENT_NOT_RUNNING
     assert ym.error_text() == "0:Error YumoClientNotRunning"
     assert ym.check_yumo_app_error() == ym.CLIENT_NOT_RUNNING

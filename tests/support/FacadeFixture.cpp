@@ -30,22 +30,18 @@ std::string fieldsOf(const YMAudioInfo_s &info)
 std::vector<std::string> sharedDeviceTexts()
 {
     std::vector<std::string> texts;
-    ymPropertyList::Node suite = ymPropertyList::readFile(suitePath());
-    plist_t array = suite ? plist_dict_get_item(suite.get(), "AudioDevice") : nullptr;
-    for (uint32_t i = 0; array && i < plist_array_get_size(array); ++i)
-        texts.push_back(ymPropertyList::textOf(plist_array_get_item(array, i)).value_or("(not a text)"));
+    std::optional<ymValue> suite = ymPropertyList::readFile(suitePath());
+    const ymValue *array = suite ? suite->find("AudioDevice") : nullptr;
+    for (const ymValue &element : array ? array->elements() : std::vector<ymValue>())
+        texts.push_back(element.isText() ? element.text() : "(not a text)");
     return texts;
 }
 
 void writeSharedDeviceTexts(const std::vector<std::string> &texts)
 {
     std::filesystem::create_directories(home() + "/Library/Preferences");
-    ymPropertyList::Node suite(plist_new_dict());
-    plist_t array = plist_new_array();
-    for (const std::string &text : texts)
-        plist_array_append_item(array, plist_new_string(text.c_str()));
-    plist_dict_set_item(suite.get(), "AudioDevice", array);
-    writeFile(suitePath(), ymPropertyList::serialize(suite.get(), false));
+    std::vector<ymValue> elements(texts.begin(), texts.end());
+    writeFile(suitePath(), ymPropertyList::serialize(ymValue::dictionary({{"AudioDevice", ymValue::array(elements)}}), false));
 }
 
 std::string sdkLog() { return readFile(home() + "/Library/Group Containers/Q4W7N2R8TX.YumoClient3rd/yumoclientsdk.log"); }

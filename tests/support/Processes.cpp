@@ -22,12 +22,10 @@ std::string makeAppBundle(const std::string &folder, const std::string &name, co
 {
     std::string bundle = folder + "/" + name;
     std::filesystem::create_directories(bundle + "/Contents/MacOS");
-    ymPropertyList::Node info(plist_new_dict());
-    plist_dict_set_item(info.get(), "CFBundleIdentifier", plist_new_string(identifier.c_str()));
-    plist_dict_set_item(info.get(), "CFBundleExecutable", plist_new_string(executableName.c_str()));
+    ymValue::Members info = {{"CFBundleIdentifier", identifier}, {"CFBundleExecutable", executableName}};
     if (version)
-        plist_dict_set_item(info.get(), "CFBundleVersion", plist_new_string(version->c_str()));
-    writeFile(bundle + "/Contents/Info.plist", ymPropertyList::serialize(info.get(), binaryPlist));
+        info.emplace_back("CFBundleVersion", *version);
+    writeFile(bundle + "/Contents/Info.plist", ymPropertyList::serialize(ymValue::dictionary(info), binaryPlist));
     std::filesystem::copy_file(executableSource, bundle + "/Contents/MacOS/" + executableName,
                                std::filesystem::copy_options::overwrite_existing);
     std::filesystem::permissions(bundle + "/Contents/MacOS/" + executableName, std::filesystem::perms(0755));

@@ -26,6 +26,7 @@ int runRegister(Arguments &, Output &);
 int runDevices(Arguments &, Output &);
 int runCleanup(Arguments &, Output &);
 int runListen(Arguments &, Output &);
+int runWatch(Arguments &, Output &);
 
 // Launching, Outlook, the OS and signatures (CommandsApp.cpp).
 int runLaunch(Arguments &, Output &);

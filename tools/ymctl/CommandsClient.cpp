@@ -1,6 +1,7 @@
 #include <YumoClientSdk/YumoClientSdk.h>
 #include <YumoClientSdk/yStringUtils.h>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 
 #include "Commands.h"
@@ -258,7 +259,20 @@ int runCleanup(Arguments &arguments, Output &output)
 }
 
 namespace {
+
 void stopListening(int) { ymMainLoop::shared().stop(); }
+
+// Runs the main loop for the seconds given, or until SIGINT or SIGTERM.
+void runUntilInterrupted(const std::optional<long long> &seconds)
+{
+    signal(SIGINT, stopListening);
+    signal(SIGTERM, stopListening);
+    if (seconds)
+        ymMainLoop::shared().runFor(std::chrono::seconds(*seconds));
+    else
+        ymMainLoop::shared().run();
+}
+
 }  // namespace
 
 int runListen(Arguments &arguments, Output &output)
@@ -277,11 +291,66 @@ int runListen(Arguments &arguments, Output &output)
     if (allDevices)
         adoptSharedDevices(*sdk, sharedDevices());
     output.note("listening; interrupt to stop");
-    signal(SIGINT, stopListening);
-    signal(SIGTERM, stopListening);
-    if (seconds)
-        ymMainLoop::shared().runFor(std::chrono::seconds(*seconds));
-    else
-        ymMainLoop::shared().run();
+    runUntilInterrupted(seconds);
+    return 0;
+}
+
+namespace {
+
+const char *changeName(ymClientChange change)
+{
+    switch (change) {
+    case ymClientChangeStarted: return "started";
+    case ymClientChangeQuit: return "quit";
+    case ymClientChangeInstalled: return "installed";
+    case ymClientChangeRemoved: return "removed";
+    case ymClientChangeUpdated: return "updated";
+    case ymClientChangeMoved: return "moved";
+    case ymClientChangeNone: break;
+    }
+    return "now";
+}
+
+const char *transportName(ymClientTransport transport)
+{
+    switch (transport) {
+    case ymClientTransportSockets: return "sockets";
+    case ymClientTransportNotifications: return "notifications";
+    case ymClientTransportNone: break;
+    }
+    return "none";
+}
+
+}  // namespace
+
+int runWatch(Arguments &arguments, Output &output)
+{
+    std::optional<long long> seconds = arguments.number("--seconds", kSeconds);
+    arguments.finish();
+    ymSdkImplement *sdk = ymSdkImplement::SharedInstance();
+    // The state as it is first ("now"), then one line a change: for a person
+    // "started  5.6.0  sockets  /path", in JSON every field.
+    auto print = [&output](const YMClientState_s &state) {
+        if (output.json()) {
+            output.field("change", changeName(state.change), "change");
+            output.field("installed", state.installed, "installed");
+            output.field("running", state.running, "running");
+            output.field("version", state.version, "version");
+            output.field("transport", transportName(state.transport), "transport");
+            output.field("installPath", state.installPath, "install path");
+            output.flush();
+            return;
+        }
+        // Columns wide enough for every change and state, so that the lines align.
+        char line[128];
+        std::snprintf(line, sizeof line, "%-9s  %-13s  %-12s  %-13s  ", changeName(state.change),
+                      !state.installed ? "not installed" : state.running ? "running" : "not running",
+                      state.version.empty() ? "(no version)" : state.version.substr(0, 12).c_str(), transportName(state.transport));
+        output.note(line + state.installPath);
+    };
+    sdk->SetClientStateHandler(print);
+    print(sdk->GetClientState());
+    runUntilInterrupted(seconds);
+    sdk->SetClientStateHandler(nullptr);
     return 0;
 }

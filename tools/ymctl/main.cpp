@@ -25,6 +25,8 @@ const std::vector<CommandInfo> commands = {
     {"cleanup", "(--device NAME:INDEX)... | --all", "remove devices from the shared list, releasing each", runCleanup},
     {"listen", "[--seconds S] [--device NAME:INDEX]... [--all-devices]",
      "print every presence answer and audio event until interrupted", runListen},
+    {"watch", "[--seconds S]", "print a line each time the meeting client starts, quits, is updated, installed, removed or moved",
+     runWatch},
     {"launch", "", "start the meeting client (or bring the running one forward)", runLaunch},
     {"activate", "[URL]", "hand the running meeting client a URL", runActivate},
     {"silent-activate", "", "ask the running meeting client to activate silently", runSilentActivate},

@@ -47,13 +47,12 @@ int install(const InstallOptions &install)
     std::string bundle = folder + "/" + kYumoClientAppName;
     std::error_code error;
     std::filesystem::create_directories(bundle + "/Contents/MacOS", error);
-    ymPropertyList::Node info(plist_new_dict());
-    plist_dict_set_item(info.get(), "CFBundleIdentifier", plist_new_string(kYumoappIdentify));
-    plist_dict_set_item(info.get(), "CFBundleExecutable", plist_new_string("yumoapp"));
-    plist_dict_set_item(info.get(), "CFBundleName", plist_new_string("yumoapp"));
-    plist_dict_set_item(info.get(), "CFBundleVersion", plist_new_string(version.c_str()));
-    plist_dict_set_item(info.get(), "CFBundleShortVersionString", plist_new_string(version.c_str()));
-    std::string xml = ymPropertyList::serialize(info.get(), false);
+    ymValue info = ymValue::dictionary({{"CFBundleIdentifier", kYumoappIdentify},
+                                        {"CFBundleExecutable", "yumoapp"},
+                                        {"CFBundleName", "yumoapp"},
+                                        {"CFBundleVersion", version},
+                                        {"CFBundleShortVersionString", version}});
+    std::string xml = ymPropertyList::serialize(info, false);
     if (ymCreateFile((bundle + "/Contents/Info.plist").c_str(), xml.c_str()) != YES) {
         std::fprintf(stderr, "ymsim: cannot write %s/Contents/Info.plist\n", bundle.c_str());
         return 1;

@@ -1,0 +1,202 @@
+// The meeting client coming and going as a companion hears of it, with the real simulator under a
+// temporary $HOME: started, quit, restarted as another version, its bundle removed while it runs;
+// in C++, in C and through ymctl watch. Each change is waited for on the main loop, with no poll
+// of the client's status in between.
+#include <YumoClientSdk/ymMainLoop.h>
+#include <YumoClientSdk/ymSdkC.h>
+#include <YumoClientSdk/ymSdkImplement.h>
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <vector>
+
+#include "support/FacadeFixture.h"
+#include "support/Processes.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+class ClientState : public ymtest::SessionTest {
+protected:
+    void SetUp() override
+    {
+        ymtest::SessionTest::SetUp();
+        if (IsSkipped())
+            return;
+        sdk = ymSdkImplement::SharedInstance();
+        sdk->SetClientStateHandler([this](const YMClientState_s &state) { told.push_back(state); });
+    }
+    void TearDown() override
+    {
+        if (sdk)
+            sdk->SetClientStateHandler(nullptr);
+    }
+    // Runs the main loop until a change of this kind is told after the last one waited for;
+    // answers it.
+    YMClientState_s waitFor(ymClientChange change)
+    {
+        auto next = [&]() -> std::optional<size_t> {
+            for (size_t i = waited; i < told.size(); ++i)
+                if (told[i].change == change)
+                    return i;
+            return std::nullopt;
+        };
+        EXPECT_TRUE(ymtest::runMainLoopUntil([&] { return next().has_value(); })) << "no change " << change << " after " << toldText();
+        std::optional<size_t> found = next();
+        if (!found)
+            return {};
+        waited = *found + 1;
+        return told[*found];
+    }
+    std::string toldText() const
+    {
+        std::string text;
+        for (const YMClientState_s &state : told)
+            text += std::to_string(state.change) + (state.running ? "r " : " ");
+        return text;
+    }
+    std::string bundle() const { return home.path() + "/Applications/yumoapp.app"; }
+
+    ymSdkImplement *sdk = nullptr;
+    std::vector<YMClientState_s> told;
+    size_t waited = 0;
+};
+
+TEST_F(ClientState, StartQuitAndRestartAsAnotherVersionAreToldWithTheirTransport)
+{
+    YMClientState_s now = sdk->GetClientState();
+    EXPECT_EQ(now.change, ymClientChangeNone);
+    EXPECT_FALSE(now.installed);
+    EXPECT_FALSE(now.running);
+    EXPECT_EQ(now.transport, ymClientTransportNone);
+
+    auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
+    YMClientState_s started = waitFor(ymClientChangeStarted);
+    EXPECT_TRUE(started.installed);
+    EXPECT_TRUE(started.running);
+    EXPECT_EQ(started.version, "5.6.0");
+    EXPECT_EQ(started.transport, ymClientTransportSockets);
+    EXPECT_EQ(started.installPath, bundle());
+    EXPECT_EQ(sdk->GetIMPresenceStatus(), ymCommandStatusSent);
+
+    client.reset();  // killed and reaped
+    YMClientState_s quit = waitFor(ymClientChangeQuit);
+    EXPECT_TRUE(quit.installed);
+    EXPECT_FALSE(quit.running);
+    EXPECT_EQ(quit.transport, ymClientTransportNone);
+    EXPECT_EQ(sdk->GetIMPresenceStatus(), ymCommandStatusClientNotRunning);
+
+    // An older client in its place speaks notifications: updated first, then started.
+    client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.5.0", {"--quiet"}));
+    YMClientState_s updated = waitFor(ymClientChangeUpdated);
+    EXPECT_EQ(updated.version, "5.5.0");
+    started = waitFor(ymClientChangeStarted);
+    EXPECT_EQ(started.version, "5.5.0");
+    EXPECT_EQ(started.transport, ymClientTransportNotifications);
+    EXPECT_EQ(sdk->GetClientState().transport, ymClientTransportNotifications);
+
+    // Each change is told once, in the order it happened.
+    std::vector<int> changes;
+    for (const YMClientState_s &state : told)
+        changes.push_back(state.change);
+    EXPECT_EQ(changes, (std::vector<int>{ymClientChangeInstalled, ymClientChangeStarted, ymClientChangeQuit, ymClientChangeUpdated,
+                                         ymClientChangeStarted}));
+}
+
+TEST_F(ClientState, BundleRemovedWhileTheClientRunsIsToldAsItsEnd)
+{
+    auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
+    waitFor(ymClientChangeStarted);
+    size_t before = told.size();
+
+    // The process goes on, but runs no meeting client's bundle any more: it quit, and the client
+    // was removed, in that order; commands find no client running.
+    std::filesystem::remove_all(bundle());
+    YMClientState_s removed = waitFor(ymClientChangeRemoved);
+    EXPECT_FALSE(removed.installed);
+    EXPECT_FALSE(removed.running);
+    EXPECT_EQ(removed.transport, ymClientTransportNone);
+    ASSERT_EQ(told.size(), before + 2);
+    EXPECT_EQ(told[before].change, ymClientChangeQuit);
+    EXPECT_EQ(told[before].version, "5.6.0");
+    EXPECT_EQ(sdk->GetIMPresenceStatus(), ymCommandStatusClientNotRunning);
+
+    // Installed again (its old process ended first): told, with the new version.
+    client.reset();
+    ymtest::ChildProcess install(ymtest::toolProgram("ymsim"), {"install", "--version", "5.6.1"});
+    ASSERT_EQ(install.wait(), 0);
+    YMClientState_s back = waitFor(ymClientChangeInstalled);
+    EXPECT_TRUE(back.installed);
+    EXPECT_FALSE(back.running);
+    EXPECT_EQ(back.version, "5.6.1");
+    EXPECT_EQ(back.installPath, bundle());
+    EXPECT_EQ(told.size(), before + 3);
+}
+
+void recordChange(const ymClientState *state, void *context)
+{
+    auto *told = static_cast<std::vector<std::string> *>(context);
+    told->push_back(std::to_string(state->change) + " " + std::to_string(state->transport) + " " + state->version + " " +
+                    (state->running ? "running" : "not running"));
+}
+
+TEST_F(ClientState, CInterfaceTellsTheSameChangesInPlainTypes)
+{
+    sdk->SetClientStateHandler(nullptr);
+    std::vector<std::string> told;
+    ymSetClientStateCallback(recordChange, &told);
+    EXPECT_FALSE(ymGetClientState(nullptr));
+
+    auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return told.size() >= 2; }));
+    client.reset();
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return told.size() >= 3; }));
+    EXPECT_EQ(told, (std::vector<std::string>{"3 0 5.6.0 not running", "1 1 5.6.0 running", "2 0 5.6.0 not running"}));
+
+    ymClientState state;
+    ASSERT_TRUE(ymGetClientState(&state));
+    EXPECT_EQ(state.change, ymClientChangeNone);
+    EXPECT_TRUE(state.installed);
+    EXPECT_FALSE(state.running);
+    EXPECT_STREQ(state.version, "5.6.0");
+    EXPECT_EQ(std::string(state.installPath), bundle());
+
+    ymSetClientStateCallback(nullptr, nullptr);  // no more calls
+    client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
+    EXPECT_EQ(sdk->GetIMPresenceStatus(), ymCommandStatusSent);
+    ymMainLoop::shared().runFor(std::chrono::milliseconds(200));
+    EXPECT_EQ(told.size(), 3u);
+}
+
+TEST_F(ClientState, YmctlWatchPrintsOneObjectPerChangeAndEndsCleanlyOnSignals)
+{
+    for (int signalNumber : {SIGTERM, SIGINT}) {
+        ymtest::ChildProcess watch(ymtest::toolProgram("ymctl"), {"--json", "watch"});
+        auto now = nlohmann::json::parse(watch.readLine().value_or("{}"));
+        EXPECT_EQ(now["change"], "now");
+        EXPECT_EQ(now["installed"], signalNumber == SIGINT);  // installed by the first round
+
+        auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
+        if (signalNumber == SIGTERM) {
+            auto installed = nlohmann::json::parse(watch.readLine().value_or("{}"));
+            EXPECT_EQ(installed["change"], "installed");
+        }
+        auto started = nlohmann::json::parse(watch.readLine().value_or("{}"));
+        EXPECT_EQ(started["change"], "started");
+        EXPECT_EQ(started["running"], true);
+        EXPECT_EQ(started["version"], "5.6.0");
+        EXPECT_EQ(started["transport"], "sockets");
+        EXPECT_EQ(started["installPath"], bundle());
+        client.reset();
+        auto quit = nlohmann::json::parse(watch.readLine().value_or("{}"));
+        EXPECT_EQ(quit["change"], "quit");
+        EXPECT_EQ(quit["transport"], "none");
+
+        kill(watch.pid(), signalNumber);
+        EXPECT_EQ(watch.wait(), 0) << "after signal " << signalNumber;
+    }
+}
+
+}  // namespace
