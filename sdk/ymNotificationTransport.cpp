@@ -27,11 +27,11 @@ bool ymNotificationTransport::available(Peer) const { return manager() != nullpt
 void ymNotificationTransport::close()
 {
     static auto *keptManagers = new std::vector<std::shared_ptr<ymIPCMsgMgr>>();
-    static std::mutex keptLock;
+    static auto *keptLock = new std::mutex();
     std::shared_ptr<ymIPCMsgMgr> kept = manager();
     if (!kept)
         return;
-    std::lock_guard<std::mutex> guard(keptLock);
+    std::lock_guard<std::mutex> guard(*keptLock);
     keptManagers->push_back(std::move(kept));
 }
 

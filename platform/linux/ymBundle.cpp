@@ -1,5 +1,7 @@
 #include "platform/ymBundle.h"
 
+#include <string_view>
+
 #include "platform/ymPropertyList.h"
 
 namespace ymBundle {
@@ -30,7 +32,7 @@ std::optional<std::string> bundleIdentifier(const std::string &bundlePath)
 
 std::optional<std::string> bundlePathOfExecutable(const std::string &executablePath)
 {
-    static const std::string marker = ".app/Contents/MacOS/";
+    constexpr std::string_view marker = ".app/Contents/MacOS/";  // nothing to destroy at exit
     size_t found = executablePath.rfind(marker);
     if (found == std::string::npos)
         return std::nullopt;

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <unistd.h>
 #include <unordered_map>
 
@@ -38,8 +39,9 @@ std::optional<std::string> executableOf(long pid)
     if (length <= 0)
         return std::nullopt;
     std::string path(target, static_cast<size_t>(length));
-    static const std::string deleted = " (deleted)";
-    if (path.size() > deleted.size() && path.compare(path.size() - deleted.size(), deleted.size(), deleted) == 0)
+    // Constants here are trivially destroyed: the I/O thread may ask while the process exits.
+    constexpr std::string_view deleted = " (deleted)";
+    if (path.size() > deleted.size() && std::string_view(path).substr(path.size() - deleted.size()) == deleted)
         path.resize(path.size() - deleted.size());
     return path;
 }

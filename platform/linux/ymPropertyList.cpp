@@ -302,14 +302,15 @@ constexpr size_t kMaximumCachedFiles = 128;
 
 std::shared_ptr<const ymValue> readFileShared(const std::string &path)
 {
-    static std::mutex lock;
+    // Never destroyed: any thread may read while the process exits.
+    static auto *lock = new std::mutex();
     static auto *cache = new std::unordered_map<std::string, CachedFile>();
     struct stat status;
     if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
     FileIdentity identity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<std::mutex> guard(*lock);
         auto found = cache->find(path);
         if (found != cache->end() && found->second.identity == identity)
             return found->second.root;
@@ -318,7 +319,7 @@ std::shared_ptr<const ymValue> readFileShared(const std::string &path)
     if (!parsed)
         return nullptr;
     auto root = std::make_shared<const ymValue>(std::move(*parsed));
-    std::lock_guard<std::mutex> guard(lock);
+    std::lock_guard<std::mutex> guard(*lock);
     if (cache->size() >= kMaximumCachedFiles)
         cache->clear();
     (*cache)[path] = CachedFile{identity, root};
