@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """A companion on an asyncio loop that follows the meeting client: the SDK's main loop is served
-by the asyncio loop (add_reader), the client's coming and going is printed, and each time the
-client starts the companion registers its headset again and asks for the presence status. Runs
-until SIGINT or SIGTERM, then exits 0."""
+by the asyncio loop (ym.attach), the client's coming and going is printed, and each time the
+client starts the companion registers its headset again, asks for the presence status and awaits
+the answer (ym.wait_presence_status). Runs until SIGINT or SIGTERM, then exits 0."""
 import asyncio
 import signal
 
@@ -21,11 +21,27 @@ def show(state: ym.ClientState) -> None:
           f"transport={TRANSPORTS.get(state.transport, '?')}", flush=True)
 
 
+async def ask_presence() -> None:
+    if ym.get_im_presence_status() != ym.COMMAND_SENT:
+        return
+    try:
+        status = await ym.wait_presence_status(timeout=5)
+    except asyncio.TimeoutError:
+        return  # the client went away before it answered; it is asked again when it starts
+    print(f"presence: {status.presence_status}", flush=True)
+
+
+# The presence requests under way: the loop keeps only weak references to its tasks.
+asking: set[asyncio.Task[None]] = set()
+
+
 def on_client_state(state: ym.ClientState) -> None:
     show(state)
     if state.change == ym.CLIENT_STARTED:
-        ym.register_audio_device("Headset", "1", 2830, 3)
-        ym.get_im_presence_status()
+        ym.register_audio_device(name="Headset", index="1", usb_vid=2830, usb_pid=3)
+        task = asyncio.get_running_loop().create_task(ask_presence())
+        asking.add(task)
+        task.add_done_callback(asking.discard)
 
 
 async def main() -> None:
@@ -33,12 +49,11 @@ async def main() -> None:
     stopped = asyncio.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
         loop.add_signal_handler(number, stopped.set)
-    ym.on_presence_status(lambda status: print(f"presence: {status.presence_status}", flush=True))
     ym.on_client_state(on_client_state)
-    loop.add_reader(ym.main_loop_fd(), ym.dispatch)
+    ym.attach(loop)
     show(ym.client_state())
     await stopped.wait()
-    loop.remove_reader(ym.main_loop_fd())
+    ym.detach(loop)
     ym.on_client_state(None)
     ym.cleanup_audio_devices()
 

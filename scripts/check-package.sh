@@ -1,8 +1,8 @@
 #!/bin/sh
 # As a companion developer takes the SDK: builds the Debian packages (scripts/build-packages.sh,
 # lintian clean), installs them with apt, checks that the manual pages are there, builds every
-# example against the installed SDK only (CMake's find_package and pkg-config; C++, C and GLib) and
-# runs them, and the Python example, against the installed simulator under a private home and
+# example as installed in /usr/share/doc/libyumoclientsdk-dev/examples against the installed SDK only
+# (CMake's find_package and pkg-config; C++, C and GLib) and runs them, and the Python example, against the installed simulator under a private home and
 # session bus. Run as root.
 set -eu
 cd "$(dirname "$0")/.."
@@ -20,11 +20,12 @@ echo "manual pages: $(man -w ymctl ymsim PlistBuddy | tr '\n' ' ')"
 unset LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH PYTHONPATH || true
 work=$(mktemp -d "${TMPDIR:-/tmp}/ymexample-XXXXXX")
 trap 'rm -rf "$work"' EXIT INT TERM
-cp examples/*.cpp examples/*.c examples/*.py examples/CMakeLists.txt examples/Makefile "$work/"
+examples=/usr/share/doc/libyumoclientsdk-dev/examples
+cp "$examples"/*.cpp "$examples"/*.c "$examples"/*.py "$examples"/CMakeLists.txt "$examples"/Makefile "$work/"
 cmake -S "$work" -B "$work/cmake-build" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
 make -s -C "$work" all >/dev/null
-echo "built with find_package and with pkg-config: companion poll_loop glib_loop c_companion client_watch c_client_watch"
+echo "built from $examples with find_package and with pkg-config: companion poll_loop glib_loop c_companion client_watch c_client_watch"
 
 export HOME="$work/home"
 mkdir -p "$HOME"

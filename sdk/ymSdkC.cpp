@@ -4,6 +4,7 @@
 #include <YumoClientSdk/ymAPIErrorMgr.h>
 #include <YumoClientSdk/ymAppHelper.h>
 #include <YumoClientSdk/ymClientFeatureMgr.h>
+#include <YumoClientSdk/ymLogHelper.h>
 #include <YumoClientSdk/ymMainLoop.h>
 #include <YumoClientSdk/ymSdkC.h>
 #include <YumoClientSdk/ymSdkImplement.h>
@@ -122,6 +123,16 @@ ymClientState recordOf(const YMClientState_s &state)
 }
 
 }  // namespace
+
+BOOL ymSetTakesStandardError(BOOL takes)
+{
+    return guarded(NO, [&] { return ymLogHelper::setTakesStandardError(takes); });
+}
+
+BOOL ymSetLogSizeLimit(uint64_t bytes)
+{
+    return guarded(NO, [&] { return ymLogHelper::setLogSizeLimit(bytes); });
+}
 
 void ymSetClientStateCallback(ymClientStateCallback callback, void *context)
 {

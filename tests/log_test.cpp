@@ -52,6 +52,14 @@ TEST(LogLine, CarriesTheCallersFileAndLineAndStaysWhole)
     EXPECT_EQ(ymtest::countLinesContaining(text, big), 20);
 }
 
+// A hundred lines of about 1 KB each, numbered: more than `limit` bytes in all.
+void writeLinesPast(size_t limit, const char *word)
+{
+    std::string filler(limit / 100 + 1, 'f');
+    for (int i = 0; i < 100; ++i)
+        YM_LOG("%s %d %s", word, i, filler.c_str());
+}
+
 // Descriptor 2 is put back afterwards (by the capture), so the redirection ends with the test.
 class Stderr : public ::testing::Test {
 protected:
@@ -106,6 +114,64 @@ TEST_F(Stderr, MissingContainerIsCreatedAndTheLogCutAtItsSizeLimitOnly)
     ymtest::writeFile(logPath(), "tiny");
     ymLogHelper::redirectNSLog(YES);
     EXPECT_EQ(std::filesystem::file_size(logPath()), 0u);
+
+    // Past its limit while the process runs, the log starts afresh in place of standard error,
+    // which the children still share. Too late to keep standard error now.
+    EXPECT_FALSE(ymLogHelper::setTakesStandardError(NO));
+    ASSERT_TRUE(ymLogHelper::setLogSizeLimit(65536));
+    writeLinesPast(65536, "taken");
+    CMD::runAsCommand_ret("echo 'child after the cut' >&2");
+    log = ymtest::readFile(logPath());
+    EXPECT_EQ(log.find("taken 0 "), std::string::npos);
+    EXPECT_NE(log.find("taken 99 "), std::string::npos);
+    EXPECT_NE(log.find("child after the cut\n"), std::string::npos);
+    EXPECT_LT(log.size(), 65536u);
+}
+
+TEST_F(Stderr, KeptStandardErrorHasNoLineOfTheLogWhichStartsAfreshPastItsLimit)
+{
+    EXPECT_FALSE(ymLogHelper::setLogSizeLimit(65535));  // below the least: nothing changes
+    EXPECT_TRUE(ymLogHelper::setLogSizeLimit(65536));
+    ASSERT_TRUE(ymLogHelper::setTakesStandardError(NO));
+    ymtest::CapturedStderr captured;
+    long before = ymtest::openDescriptors();
+    ymLogHelper::redirectNSLog(NO);
+    ymLogHelper::redirectNSLog(NO);  // the log's own descriptor is put in place, not kept twice
+    EXPECT_EQ(ymtest::openDescriptors(), before + 1);
+    EXPECT_FALSE(ymLogHelper::setTakesStandardError(YES));
+    YM_LOG("%s", "first line of the log");
+    std::fputs("the companion's own line\n", stderr);
+    CMD::runAsCommand_ret("echo 'child error output' >&2");
+    std::string log = ymtest::readFile(logPath());
+    EXPECT_NE(log.find("first line of the log"), std::string::npos);
+    EXPECT_EQ(log.find("own line"), std::string::npos);
+    EXPECT_EQ(captured.text().find("first line of the log"), std::string::npos);
+    EXPECT_NE(captured.text().find("the companion's own line"), std::string::npos);
+    EXPECT_NE(captured.text().find("child error output"), std::string::npos);
+
+    writeLinesPast(65536, "kept");
+    log = ymtest::readFile(logPath());
+    EXPECT_EQ(log.find("first line of the log"), std::string::npos);
+    EXPECT_NE(log.find("kept 99 "), std::string::npos);
+    EXPECT_LT(log.size(), 65536u);
+    EXPECT_EQ(ymtest::openDescriptors(), before + 1);
+    EXPECT_EQ(captured.text().find("kept 99 "), std::string::npos);
+}
+
+TEST_F(Stderr, TheEnvironmentChoosesForAProgramThatDoesNot)
+{
+    ymtest::CapturedStderr captured;
+    setenv("YUMOCLIENTSDK_STDERR", "keep", 1);
+    setenv("YUMOCLIENTSDK_LOG_LIMIT", "70000", 1);
+    ymLogHelper::redirectNSLog(NO);
+    unsetenv("YUMOCLIENTSDK_STDERR");
+    unsetenv("YUMOCLIENTSDK_LOG_LIMIT");
+    YM_LOG("%s", "first line of the log");
+    writeLinesPast(70000, "limited");
+    std::string log = ymtest::readFile(logPath());
+    EXPECT_EQ(log.find("first line of the log"), std::string::npos);
+    EXPECT_NE(log.find("limited 99 "), std::string::npos);
+    EXPECT_EQ(captured.text().find("limited"), std::string::npos);
 }
 
 TEST_F(Stderr, StaysWhereItWasWhenTheLogCannotBeOpened)

@@ -72,7 +72,6 @@ TEST_F(Ymctl, StatusFollowsTheClientAndDevicesAreRegisteredListedAndCleanedUp)
     // Devices registered, listed and cleaned up.
     EXPECT_EQ(ymctl({"register", "--name", "Headset", "--index", "1", "--vid", "2830", "--pid", "0x3"}).status, 0);
     EXPECT_EQ(ymctl({"register", "--name", "Dock", "--index", "2", "--vid", "0xFFFF", "--pid", "0x10"}).status, 0);
-    EXPECT_EQ(ymctl({"register", "--name", "", "--index", "2", "--vid", "1", "--pid", "1"}).status, 1);
     Result devices = ymctl({"--json", "devices"});
     ASSERT_EQ(devices.objects.size(), 1u);
     EXPECT_EQ(devices.objects[0]["devices"],
@@ -153,6 +152,10 @@ TEST(YmctlArguments, RefusedWithOneLineAndHelpForEachCommand)
         EXPECT_THAT(refusal(tool, {"register", "--name", "a", "--index", "1", "--vid", bad, "--pid", "1"}),
                     HasSubstr("--vid takes a number from 0 to 65535 (decimal, or hex with 0x), not \"" + std::string(bad) + "\""));
     EXPECT_THAT(refusal(tool, {"audio", "5", "--name", "a", "--index", "1", "--pid", "70000"}), HasSubstr("--pid takes a number from 0 to 65535"));
+    // Empty names and indexes, refused wherever a device is named.
+    EXPECT_THAT(refusal(tool, {"audio", "5", "--name", "", "--index", "1"}), HasSubstr("--name takes a device name that is not empty"));
+    EXPECT_THAT(refusal(tool, {"register", "--name", "a", "--index", "", "--vid", "1", "--pid", "1"}),
+                HasSubstr("--index takes a device index that is not empty"));
     EXPECT_THAT(refusal(tool, {"cleanup"}), HasSubstr("--device NAME:INDEX"));
     EXPECT_THAT(refusal(tool, {"cleanup", "--device", "nocolon"}), HasSubstr("--device takes NAME:INDEX"));
     EXPECT_THAT(refusal(tool, {"file", "rename", "a"}), HasSubstr("unknown file action \"rename\""));
@@ -210,8 +213,21 @@ TEST(Ymsim, CommandLinesItDoesNotTake)
     EXPECT_FALSE(std::filesystem::exists(home.path() + "/no"));
     EXPECT_THAT(refusal(ymsim, {"install", "--version", "5.6.0", "--colour"}), HasSubstr("unknown argument \"--colour\""));
 
+    // Without a home there is nowhere to install by default: nothing is written, not even in /.
+    for (bool unset : {false, true}) {
+        unset ? unsetenv("HOME") : setenv("HOME", "", 1);
+        Result homeless = run(ymsim, {"install", "--version", "5.6.0"}, true);
+        EXPECT_EQ(homeless.status, 1);
+        EXPECT_THAT(homeless.lines, testing::ElementsAre(HasSubstr("no home folder ($HOME is unset or empty): give --dir FOLDER")));
+    }
+    setenv("HOME", home.path().c_str(), 1);
+    EXPECT_FALSE(std::filesystem::exists("/Applications/yumoapp.app"));
+
     ASSERT_EQ(run(ymsim, {"install", "--version", "5.6.0"}).status, 0);
     const std::string simulator = home.path() + "/Applications/yumoapp.app/Contents/MacOS/yumoapp";
+    // The copy in the bundle serves; a command given to it is named as not its own.
+    EXPECT_THAT(refusal(simulator, {"install", "--version", "5.6.0"}), HasSubstr("\"install\" is not for the copy in a bundle"));
+    EXPECT_THAT(refusal(simulator, {"serve"}), HasSubstr("\"serve\" is not for the copy in a bundle"));
     EXPECT_THAT(refusal(simulator, {"--presence", "abc"}), HasSubstr("--presence takes a whole number, not \"abc\""));
     EXPECT_THAT(refusal(simulator, {"--seconds", "1x"}), HasSubstr("--seconds takes a whole number of seconds from 0"));
     EXPECT_THAT(refusal(simulator, {"--seconds", "-1"}), HasSubstr("not \"-1\""));

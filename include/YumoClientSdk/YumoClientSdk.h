@@ -14,6 +14,7 @@
 #define YUMOCLIENTSDK_H
 
 #include "ymAppDefine.h"
+#include "ymAudioCommand.h"
 #include "ymBase.h"
 #include "ymClientState.h"
 #include "ymCommandStatus.h"

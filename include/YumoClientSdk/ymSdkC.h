@@ -36,6 +36,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "ymAudioCommand.h"
 #include "ymBase.h"
 #include "ymClientState.h"
 #include "ymCommandStatus.h"
@@ -71,6 +72,20 @@ YM_EXPORT void ymSetPresenceStatusCallback(ymPresenceStatusCallback callback, vo
 /** Sets the function that receives audio events (NULL: none), with its context. */
 YM_EXPORT void ymSetAudioInfoCallback(ymAudioInfoCallback callback, void *context);
 
+/* ---- The log and standard error ---- */
+
+/** Chooses, before the facade exists, whether the SDK takes the process's standard error for its
+ * log (YES, the default: whatever the companion writes to standard error lands in the log file
+ * too) or writes its lines to the log file only and leaves standard error alone (NO). The
+ * environment variable YUMOCLIENTSDK_STDERR=keep chooses NO for a program that does not call this.
+ * Answers NO, changing nothing, once the facade exists. (ymLogHelper::setTakesStandardError) */
+YM_EXPORT BOOL ymSetTakesStandardError(BOOL takes);
+
+/** Sets the size at which the log file is started afresh while the process runs: 10 MiB unless
+ * set, 0 for never (YUMOCLIENTSDK_LOG_LIMIT, in bytes, for a program that does not call this).
+ * Answers NO, changing nothing, for a size below 65536 other than 0. (ymLogHelper::setLogSizeLimit) */
+YM_EXPORT BOOL ymSetLogSizeLimit(uint64_t bytes);
+
 /* ---- The facade ---- */
 
 /** Registers a device this companion owns, with numeric USB identifiers: in this process's list
@@ -90,11 +105,15 @@ YM_EXPORT void ymCleanupAudioDevices(void);
 YM_EXPORT BOOL ymIsRegisteredDevice(const char *deviceName, const char *deviceIndex);
 
 /** Asks the meeting client for the user's presence status. Answers a ymCommandStatus; the answer
- * comes to the presence callback on the main loop. */
+ * comes to the presence callback on the main loop. Its status is the meeting client's own number,
+ * 0 when the answer carries none (ymAudioCommand.h). */
 YM_EXPORT int32_t ymGetIMPresenceStatus(void);
 
-/** Sends an audio command for the device to the host process. The index and name are escaped as
- * JSON requires, so any text travels whole; NULL prints "(null)". Answers a ymCommandStatus. */
+/** Sends an audio command for the device to the host process. Mind the order: the index comes
+ * before the name here, the reverse of ymRegisterAudioDevice(); swapped, the command is sent (0)
+ * for a device nobody owns and no event comes back. The index and name are escaped as JSON
+ * requires, so any text travels whole; NULL prints "(null)". The codes are the host process's own,
+ * carried unchanged; 101 releases the device (ymAudioCommand.h). Answers a ymCommandStatus. */
 YM_EXPORT int32_t ymSetAudioCmd(int32_t audioCmd, const char *deviceIndex, const char *deviceName, uint32_t usbVid,
                                 uint32_t usbPid);
 

@@ -71,7 +71,10 @@ public:
 
     /// Sends an audio command for the device to the host process. Any device may be named;
     /// it need not be registered. The device's index and name are escaped as JSON requires (a
-    /// `"`, `\` or control character travels whole). Answers the command status (see above).
+    /// `"`, `\` or control character travels whole). The codes are the host process's own,
+    /// carried unchanged both ways; 101 (ymAudioCommandRelease) releases the device, and a code
+    /// a companion does not know is left alone (ymAudioCommand.h). Answers the command status
+    /// (see above).
     int32_t SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevice);
 
     /// Registers a device this companion owns: in this process's list, which decides which audio
@@ -91,7 +94,8 @@ public:
 
     /// Asks the meeting client for the user's presence status. Answers the command status; the
     /// answer reaches the delegate's ymSdkIMPresenceStatus on the main loop, one call per answer,
-    /// however many are asked for at once.
+    /// however many are asked for at once. Its status is the meeting client's own number, 0
+    /// (ymPresenceStatusNone) when the answer carries none.
     int32_t GetIMPresenceStatus();
 
     /// YES when this process registered the device (same name and index) in its current run.

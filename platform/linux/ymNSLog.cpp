@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <memory>
 #include <vector>
+#include <mutex>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -23,6 +25,35 @@ constexpr size_t kStackLineSize = 2048;
 // the kernel on every line.
 std::atomic<unsigned> forkGeneration{1};
 [[maybe_unused]] const int registeredForkHandler = pthread_atfork(nullptr, nullptr, [] { forkGeneration.fetch_add(1); });
+
+// Where lines go, and the size past which the log is started afresh.
+std::atomic<int> destination{STDERR_FILENO};
+std::atomic<uint64_t> sizeLimit{0};
+std::atomic<uint64_t> writtenSinceLook{0};
+std::atomic<void (*)()> restartLog{nullptr};
+std::mutex &restarting = *new std::mutex();  // lines are written while the process exits
+
+constexpr uint64_t kLookAtMost = 64 * 1024;
+
+// After a line: looks at the file's size once enough has been written since the last look.
+void noteWritten(int fd, size_t count)
+{
+    uint64_t limit = sizeLimit.load(std::memory_order_relaxed);
+    if (limit == 0)
+        return;
+    uint64_t every = std::min<uint64_t>(kLookAtMost, std::max<uint64_t>(limit / 16, 1));
+    if (writtenSinceLook.fetch_add(count, std::memory_order_relaxed) + count < every)
+        return;
+    writtenSinceLook.store(0, std::memory_order_relaxed);
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) < limit)
+        return;
+    // A line the restart writes, or one written meanwhile by another thread, does not restart again.
+    std::unique_lock<std::mutex> guard(restarting, std::try_to_lock);
+    void (*restart)() = restartLog.load();
+    if (guard.owns_lock() && restart)
+        restart();
+}
 
 // Writes all of the bytes, continuing short writes; a failed write drops the rest of the line.
 void writeAll(int fd, const char *bytes, size_t count)
@@ -146,7 +177,9 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
     char *text = buffer.data();
     if (total == 0 || text[total - 1] != '\n')
         text[total++] = '\n';
-    writeAll(STDERR_FILENO, text, total);
+    int fd = destination.load(std::memory_order_relaxed);
+    writeAll(fd, text, total);
+    noteWritten(fd, total);
 }
 
 void ymNSLogPrepared(const char *text, size_t length)
@@ -171,7 +204,9 @@ void ymNSLogPrepared(const char *text, size_t length)
     std::memcpy(buffer.data() + headLength, text, length);
     if (total == 0 || buffer[total - 1] != '\n')
         buffer[total++] = '\n';
-    writeAll(STDERR_FILENO, buffer.data(), total);
+    int fd = destination.load(std::memory_order_relaxed);
+    writeAll(fd, buffer.data(), total);
+    noteWritten(fd, total);
 }
 
 void ymNSLogLine(const char *fileName, int line, const char *format, ...)
@@ -180,4 +215,15 @@ void ymNSLogLine(const char *fileName, int line, const char *format, ...)
     va_start(arguments, format);
     ymNSLogLineV(fileName, line, format, arguments);
     va_end(arguments);
+}
+
+void ymNSLogSetDestination(int fd)
+{
+    destination.store(fd >= 0 ? fd : STDERR_FILENO);
+}
+
+void ymNSLogSetSizeLimit(uint64_t bytes, void (*restart)())
+{
+    restartLog.store(restart);
+    sizeLimit.store(bytes);
 }

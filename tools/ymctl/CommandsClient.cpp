@@ -81,6 +81,15 @@ void showStatus(Output &output, int32_t status)
         output.field("error", text, "error");
 }
 
+// A device's name and index are texts that are not empty, as the SDK registers them.
+void refuseEmpty(const std::optional<std::string> &name, const std::optional<std::string> &index)
+{
+    if (name && name->empty())
+        throw UsageError("--name takes a device name that is not empty");
+    if (index && index->empty())
+        throw UsageError("--index takes a device index that is not empty");
+}
+
 // NAME:INDEX; the index is what follows the last colon.
 std::pair<std::string, std::string> deviceOf(const std::string &text)
 {
@@ -182,6 +191,7 @@ int runAudio(Arguments &arguments, Output &output)
     arguments.finish();
     if (!name || !index)
         throw UsageError("--name NAME and --index INDEX are required");
+    refuseEmpty(name, index);
     auto receiver = std::make_shared<Receiver>(output);
     ymSdkImplement *sdk = facadeWith(receiver);
     if (wait)
@@ -210,6 +220,7 @@ int runRegister(Arguments &arguments, Output &output)
     arguments.finish();
     if (!name || !index || !vid || !pid)
         throw UsageError("--name NAME, --index INDEX, --vid V and --pid P are required");
+    refuseEmpty(name, index);
     bool registered = ymSdkImplement::SharedInstance()->RegisterAudioDevice(name, index, *vid, *pid);
     output.field("registered", registered, "registered");
     output.flush();

@@ -11,10 +11,6 @@ namespace {
 
 constexpr int kExitUsage = 64;
 
-// ymctl's own messages go where standard error was when it started: the SDK sends its log
-// lines (which go to standard error) to its log file.
-FILE *terminal = stderr;
-
 const std::vector<CommandInfo> commands = {
     {"status", "", "the meeting client: installed, where, version, running, transport, error", runStatus},
     {"presence", "[--timeout S]", "ask for the presence status and wait for the answer (default 5 s)", runPresence},
@@ -92,17 +88,14 @@ int main(int argc, char **argv)
     }
     arguments.setCommand(command->name);
 
-    int saved = dup(STDERR_FILENO);
-    if (saved >= 0)
-        terminal = fdopen(saved, "w");
-    if (!terminal)
-        terminal = stderr;
+    // The SDK's lines go to its log file only: standard error stays ymctl's own.
+    ymLogHelper::setTakesStandardError(NO);
     ymLogHelper::redirectNSLog(NO);
     Output output(json);
     try {
         return command->run(arguments, output);
     } catch (const UsageError &error) {
-        std::fprintf(terminal, "ymctl %s: %s\n", command->name, error.what());
+        std::fprintf(stderr, "ymctl %s: %s\n", command->name, error.what());
         return kExitUsage;
     }
 }

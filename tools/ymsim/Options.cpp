@@ -113,7 +113,8 @@ InstallOptions parseInstallOptions(const std::vector<std::string> &arguments, co
     }
     if (options.version.empty())
         throw UsageError("install needs --version VERSION: " + versionAccepted);
-    options.folder = folder.value_or(home + "/Applications");
+    // Without a home, and without --dir, there is no folder: install() refuses (never "/Applications").
+    options.folder = folder.value_or(home.empty() ? "" : home + "/Applications");
     if (folder) {
         struct stat status;
         std::string parent = parentOf(*folder);

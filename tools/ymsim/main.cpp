@@ -26,6 +26,7 @@
 
 #include "Options.h"
 #include "platform/ymBundle.h"
+#include "platform/ymNSLog.h"
 #include "platform/ymNotificationCenter.h"
 #include "platform/ymPropertyList.h"
 
@@ -44,6 +45,10 @@ int install(const InstallOptions &install)
 {
     const std::string &version = install.version;
     const std::string &folder = install.folder;
+    if (folder.empty()) {
+        std::fprintf(stderr, "ymsim install: no home folder ($HOME is unset or empty): give --dir FOLDER\n");
+        return 1;
+    }
     std::string bundle = folder + "/" + kYumoClientAppName;
     std::error_code error;
     std::filesystem::create_directories(bundle + "/Contents/MacOS", error);
@@ -173,12 +178,11 @@ int serve(const ServeOptions &served)
         std::fprintf(stderr, "ymsim: no group container (is $HOME set?)\n");
         return 1;
     }
-    // The transport's own log lines go to a file of the simulator's, beside the SDK's log.
+    // The transport's own log lines go to a file of the simulator's, beside the SDK's log;
+    // standard error stays the simulator's own, for its error messages.
     int log = open((*container + "/ymsim.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (log >= 0) {
-        dup2(log, STDERR_FILENO);
-        close(log);
-    }
+    if (log >= 0)
+        ymNSLogSetDestination(log);
 
     SocketPeer client("client", YMSocketIPCHelper_SDK::ipcSocketPathForYumoClient());
     SocketPeer host("host", YMSocketIPCHelper_SDK::ipcSocketPathForYyHost());
@@ -234,11 +238,15 @@ int main(int argc, char **argv)
         return 0;
     }
     try {
+        bool inABundle = runsFromABundle();
+        if (inABundle && !arguments.empty() && arguments[0].rfind("-", 0) != 0)
+            throw UsageError("\"" + arguments[0] + "\" is not for the copy in a bundle: it serves as the meeting client and takes "
+                             "only options (--help); to install, run ymsim install from where ymsim is installed");
         if (!arguments.empty() && arguments[0] == "install") {
             const char *home = std::getenv("HOME");
             return install(parseInstallOptions(std::vector<std::string>(arguments.begin() + 1, arguments.end()), home ? home : ""));
         }
-        if (runsFromABundle())
+        if (inABundle)
             return serve(parseServeOptions(arguments));
         throw UsageError(arguments.empty() ? "say what to do: ymsim install --version VERSION, then run the copy in the bundle"
                                            : "unknown command \"" + arguments[0] + "\": ymsim install, or the copy in the bundle");
