@@ -30,7 +30,7 @@ public_header_folder() {
             YMSocketIPCChannelDelegate.h | YMSocketIPCHelper.h | ymIPCMsgDefine.h) echo 3rdSDKIPC ;;
         ymAppDefine.h | ymAppHelper.h) echo common ;;
         ymSdkImplement.h | ymSdkDelegate.h | ymAPIErrorMgr.h | ymClientFeatureMgr.h | ymIPCMsgMgr.h | \
-            ymLogHelper.h | ymCommandStatus.h | ymClientState.h | ymSdkC.h | YumoClientSdk.h) echo sdk ;;
+            ymLogHelper.h | ymCommandStatus.h | ymAudioCommand.h | ymClientState.h | ymSdkC.h | YumoClientSdk.h) echo sdk ;;
         *) echo "" ;;
     esac
 }
