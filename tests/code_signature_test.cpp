@@ -53,6 +53,15 @@ TEST_F(PackageSignature, ChainsAreJudgedByTheFirstAndThirdNamesOfTheFirstSignatu
     EXPECT_FALSE(check(chain({kInstaller + " ", kIntermediate, kRoot})));
     EXPECT_FALSE(check(chain({kInstaller, kIntermediate, "apple root ca"})));
     EXPECT_EQ(ymtest::countLinesContaining(log.text(), ") -[ymAppHelper checkCodeSignForYumoPkg:]"), 7);
+    EXPECT_FALSE(check(chain({kInstaller})));
+    EXPECT_FALSE(check(chain({kRoot, kIntermediate, kRoot})));        // the root is not the maker
+    EXPECT_FALSE(check(chain({kInstaller, kIntermediate, kInstaller})));  // nor the maker a root
+    // A certificate without a common name: the signer's and the root's are required, the middle
+    // one is never read.
+    EXPECT_FALSE(check(chain({"", kIntermediate, kRoot})));
+    EXPECT_TRUE(check(chain({kInstaller, "", kRoot})));
+    EXPECT_FALSE(check(chain({kInstaller, kIntermediate, ""})));
+    EXPECT_FALSE(check(chain({kInstaller, kIntermediate, "", kRoot})));
 
     // Only the first signature counts, whichever element it is.
     std::vector<std::string> good = chain({kInstaller, kIntermediate, kRoot}), bad = chain({"Someone Else", kIntermediate, kRoot});
@@ -143,8 +152,10 @@ TEST(AppSignature, AnswerIsTheSigningToolsExitStatus)
         GTEST_SKIP() << "no private mount namespace here (needs root)";
     EXPECT_EQ(answer, R"({"signed":true})");
     EXPECT_EQ(ymtest::readFile(overlay + "/arguments"), arguments + "/Applications/My App.app\n");
-    ymtest::writeFile(overlay + "/status", "1");
-    EXPECT_EQ(runInNamespace("/Applications/My App.app"), R"({"signed":false})");
+    for (const char *status : {"1", "3", "127"}) {  // unsigned, failing the requirement, no such tool
+        ymtest::writeFile(overlay + "/status", status);
+        EXPECT_EQ(runInNamespace("/Applications/My App.app"), R"({"signed":false})") << status;
+    }
     // A quote in the path is not escaped: the shell sees another command line.
     ymtest::writeFile(overlay + "/status", "0");
     EXPECT_EQ(runInNamespace("/x/My \"Quoted\" App.app"), R"({"signed":true})");

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "platform/ymPropertyList.h"
+#include "support/BinaryPlist.h"
 #include "support/Processes.h"
 #include "support/TestSupport.h"
 
@@ -173,6 +174,47 @@ TEST_F(FileUtils, BundleVersionFromXmlOrBinaryInfoPlist)
     binary[binary.find("KKKKKKKKKKKKKKKKKKKK") + 5] = '\0';
     ymtest::writeFile(at("junk.app/Contents/Info.plist"), binary);
     EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
+}
+
+TEST_F(FileUtils, BinaryInfoPlistsOfEveryWidthAndTablesThatDoNotHold)
+{
+    const std::string bundle = makeBundle("width.app", "1", true);
+    const std::string info = bundle + "/Contents/Info.plist";
+    auto versionOf = [&](const std::string &bytes) {
+        ymtest::writeFile(info, bytes);
+        return std::string(ymGetFileVersion(bundle.c_str()));
+    };
+    const std::vector<std::pair<std::string, std::string>> entries = {{"CFBundleIdentifier", "com.example.app"},
+                                                                      {"CFBundleVersion", "5.6.0"}};
+    // A key with a zero character inside (the parser would abort on it) is found whatever the widths.
+    const std::vector<std::pair<std::string, std::string>> zero = {{"CFBundleVersion", "5.6.0"},
+                                                                   {std::string("KKKKK\0KKKKKKKKKKKKKK", 20), "x"}};
+    for (int offsetSize : {1, 2, 4, 8})
+        for (int referenceSize : {1, 2, 4, 8}) {
+            SCOPED_TRACE(std::to_string(offsetSize) + "-byte offsets, " + std::to_string(referenceSize) + "-byte references");
+            EXPECT_EQ(versionOf(ymtest::makeBinaryPlist(entries, offsetSize, referenceSize).bytes), "5.6.0");
+            EXPECT_EQ(versionOf(ymtest::makeBinaryPlist(zero, offsetSize, referenceSize).bytes), "");
+        }
+
+    // Tables that do not hold: each is refused, none read past the end or aborts.
+    const ymtest::BinaryPlist good = ymtest::makeBinaryPlist(entries, 2, 1);
+    ASSERT_EQ(versionOf(good.bytes), "5.6.0");
+    auto changed = [&](size_t at, const std::string &bytes) { return std::string(good.bytes).replace(at, bytes.size(), bytes); };
+    const size_t objectsField = good.trailer + 8, topField = good.trailer + 16, tableField = good.trailer + 24;
+    const std::vector<std::pair<std::string, std::string>> broken = {
+        {"cut inside the trailer", good.bytes.substr(0, good.bytes.size() - 1)},
+        {"cut inside the offset table", good.bytes.substr(0, good.offsetTable + 3) + good.bytes.substr(good.trailer)},
+        {"more objects than the table holds", changed(objectsField + 7, "\x09")},
+        {"the table overlapping the trailer", changed(tableField + 7, std::string(1, static_cast<char>(good.trailer - 2)))},
+        {"the table before the header's end", changed(tableField + 7, "\x04")},
+        {"an object inside the offset table", changed(good.offsetTable + 2, std::string("\0", 1) + static_cast<char>(good.offsetTable))},
+        {"an object past the end", changed(good.offsetTable + 2, "\x7f\x7f")},
+        {"a top object that is not there", changed(topField + 7, "\x05")},
+        {"an offset width of 3", changed(good.trailer + 6, "\x03")},
+        {"a reference width of 0", changed(good.trailer + 7, std::string("\0", 1))},
+    };
+    for (const auto &[what, bytes] : broken)
+        EXPECT_EQ(versionOf(bytes), "") << what;
 }
 
 }  // namespace

@@ -236,6 +236,41 @@ TEST_F(ClientLocation, AnotherUsersClientDoesNotRun)
     EXPECT_EQ(ymAPIErrorMgr::sharedInstance()->checkYumoAppError(), 0);
 }
 
+TEST_F(ClientLocation, FilePackagesAndTheProcessesOfABundle)
+{
+    // A folder is a file package by a known extension alone: not any dot, not a leading one, not a file.
+    const std::string folder = home.path();
+    for (const char *name : {"a.app", "b.bundle", "c.framework", "d.plugin", "e.pkg", "notes.d", "photos.2024", "f.apps",
+                             "g.xapp", ".app", "h"})
+        ASSERT_TRUE(std::filesystem::create_directory(folder + "/" + name)) << name;
+    ymtest::writeFile(folder + "/file.app", "a file");
+    for (const char *name : {"a.app", "b.bundle", "c.framework", "d.plugin", "e.pkg", "a.app/"})
+        EXPECT_TRUE(ymWorkspace::isFilePackageAtPath(folder + "/" + name)) << name;
+    for (const char *name : {"notes.d", "photos.2024", "f.apps", "g.xapp", ".app", "h", "file.app", "missing.app"})
+        EXPECT_FALSE(ymWorkspace::isFilePackageAtPath(folder + "/" + name)) << name;
+    // So Outlook in a folder of another extension is not there.
+    ymtest::makeAppBundle(userApplications(), "Microsoft Outlook.d", "com.microsoft.Outlook", "16.0");
+    EXPECT_FALSE(helper().isOutlookInstalled());
+
+    // The client runs only as the executable directly in its Contents/MacOS: not from elsewhere in
+    // the bundle, nor as a bundle nested in it.
+    const std::string bundle = ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.6.0");
+    const std::string nested = ymtest::makeAppBundle(bundle + "/Contents/Helpers", "Helper.app", "com.example.helper", "1");
+    for (const std::string &elsewhere : {bundle + "/Contents/Resources/yumoapp", bundle + "/Contents/MacOS/bin/yumoapp",
+                                         bundle + "/yumoapp", nested + "/Contents/MacOS/yumoapp"}) {
+        std::filesystem::create_directories(std::filesystem::path(elsewhere).parent_path());
+        std::filesystem::copy_file("/bin/sleep", elsewhere, std::filesystem::copy_options::overwrite_existing);
+        ymtest::ChildProcess process(elsewhere, {"300"});
+        ASSERT_TRUE(ymtest::eventually([&] {
+            std::error_code error;
+            return std::filesystem::read_symlink("/proc/" + std::to_string(process.pid()) + "/exe", error).string() == elsewhere;
+        }));
+        EXPECT_FALSE(helper().isYumoRunning()) << elsewhere;
+    }
+    ymtest::ChildProcess client(bundle + "/Contents/MacOS/yumoapp", {"300"});
+    EXPECT_TRUE(ymtest::eventually([&] { return helper().isYumoRunning(); }));
+}
+
 // The processes running from a bundle.
 std::vector<pid_t> processesOf(const std::string &bundle)
 {

@@ -46,11 +46,14 @@ std::vector<std::string> makeCertificateChain(const std::vector<std::string> &co
         X509_set_pubkey(certificate, keys[i].get());
         X509_NAME *subject = X509_get_subject_name(certificate);
         X509_NAME_add_entry_by_txt(subject, "O", MBSTRING_UTF8, reinterpret_cast<const unsigned char *>("Test"), -1, -1, 0);
-        X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_UTF8,
-                                   reinterpret_cast<const unsigned char *>(commonNames[i].c_str()), -1, -1, 0);
+        if (!commonNames[i].empty())
+            X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_UTF8,
+                                       reinterpret_cast<const unsigned char *>(commonNames[i].c_str()), -1, -1, 0);
         X509_NAME *issuerName = X509_NAME_new();
-        X509_NAME_add_entry_by_txt(issuerName, "CN", MBSTRING_UTF8,
-                                   reinterpret_cast<const unsigned char *>(commonNames[issuer].c_str()), -1, -1, 0);
+        X509_NAME_add_entry_by_txt(issuerName, commonNames[issuer].empty() ? "O" : "CN", MBSTRING_UTF8,
+                                   reinterpret_cast<const unsigned char *>(commonNames[issuer].empty() ? "Test"
+                                                                                                       : commonNames[issuer].c_str()),
+                                   -1, -1, 0);
         X509_set_issuer_name(certificate, issuerName);
         X509_NAME_free(issuerName);
         X509_sign(certificate, keys[issuer].get(), EVP_sha256());

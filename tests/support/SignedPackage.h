@@ -9,7 +9,7 @@
 namespace ymtest {
 
 // DER certificates with the given subject common names, leaf first: each is signed by the one
-// after it, and the last signs itself.
+// after it, and the last signs itself. An empty name makes a certificate without a common name.
 std::vector<std::string> makeCertificateChain(const std::vector<std::string> &commonNames);
 
 struct XarSignature {
