@@ -346,6 +346,9 @@ TEST_F(SharedState, ReleasedFacadesLeaveNothingBehindHereOrInTheClient)
     ymtest::RunningClient client = ymtest::RunningClient::simulator("5.6.0", {"--quiet"});
     const std::string simulator = "/proc/" + std::to_string(client.process().pid());
     auto entries = [](const std::string &folder) { return std::distance(std::filesystem::directory_iterator(folder), {}); };
+    // The simulator's descriptors while it serves nobody yet: it closes a companion's connection only
+    // once it has read its end, which may come after the companion has let go of everything.
+    const long clientDescriptors = entries(simulator + "/fd");
     // What is made once, at its first use, is made by a first round trip: the notification centre's
     // connection, the loops' descriptors, the process table's. The I/O thread ends with its sockets.
     {
@@ -357,7 +360,7 @@ TEST_F(SharedState, ReleasedFacadesLeaveNothingBehindHereOrInTheClient)
     }
     ASSERT_TRUE(ymtest::eventually([] { return !ymtest::ioThreadRuns(); }));
     const long threads = ymtest::threadCount(), descriptors = ymtest::openDescriptors();
-    const long clientThreads = entries(simulator + "/task"), clientDescriptors = entries(simulator + "/fd");
+    const long clientThreads = entries(simulator + "/task");  // its threads once it has served one
     for (int i = 0; i < 50; ++i) {
         auto delegate = std::make_shared<ymtest::RecordingDelegate>();
         auto facade = ymSdkImplement::create();
