@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "support/FacadeFixture.h"
@@ -83,6 +84,41 @@ TEST_F(Ymctl, StatusFollowsTheClientAndDevicesAreRegisteredListedAndCleanedUp)
     EXPECT_EQ(cleanup.objects.at(0), (json{{"removed", 1}, {"remaining", 1}}));
     EXPECT_EQ(ymctl({"--json", "cleanup", "--all"}).objects.at(0), (json{{"removed", 1}, {"remaining", 0}}));
     EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
+}
+
+TEST_F(Ymctl, CheckClientPassesTheSimulatorAndNamesTheFieldAMeetingClientGetsWrong)
+{
+    auto verdicts = [](const Result &result) {
+        std::map<std::string, std::string> found;
+        for (const json &object : result.objects)
+            found[object.at("check")] = object.at("result");
+        return found;
+    };
+    for (const char *version : {"5.6.0", "5.5.0"}) {
+        ymtest::RunningClient client = ymtest::RunningClient::simulator(version, {"--quiet"});
+        Result checked = ymctl({"--json", "check-client"});
+        EXPECT_EQ(checked.status, 0) << version;
+        std::map<std::string, std::string> found = verdicts(checked);
+        for (const char *check : {"running", "transport", "presence.json", "presence.result", "presence.data", "audio.data",
+                                  "audio.device", "release.data", "release.device", "audio.others"})
+            EXPECT_EQ(found[check], "PASS") << version << " " << check;
+        EXPECT_EQ(found.count("presence.connection"), std::string(version) == "5.6.0" ? 1u : 0u);
+    }
+    {
+        ymtest::RunningClient broken = ymtest::RunningClient::simulator("5.6.0", {"--quiet", "--presence-at-top-level"});
+        Result checked = ymctl({"--json", "check-client"});
+        EXPECT_EQ(checked.status, 1);
+        for (const json &object : checked.objects)
+            if (object.at("check") == "presence.data") {
+                EXPECT_EQ(object.at("result"), "FAIL");
+                EXPECT_EQ(object.at("got"), "\"PresenceStatus\" at the top level, outside \"data\"");
+            } else {
+                EXPECT_EQ(object.at("result"), "PASS") << object.dump();
+            }
+    }
+    Result notRunning = ymctl({"check-client"});
+    EXPECT_EQ(notRunning.status, 1);
+    EXPECT_THAT(notRunning.lines, testing::ElementsAre(testing::StartsWith("FAIL  running: expected a process of this user")));
 }
 
 TEST_F(Ymctl, PresenceAndAudioOverBothTransports)
@@ -164,7 +200,8 @@ TEST(YmctlArguments, RefusedWithOneLineAndHelpForEachCommand)
     Result help = ymctl({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_GT(help.lines.size(), 10u);
-    for (const char *command : {"status", "presence", "audio", "register", "devices", "cleanup", "listen", "launch", "activate",
+    EXPECT_THAT(refusal(tool, {"check-client", "--timeout", "x"}), HasSubstr("--timeout takes"));
+    for (const char *command : {"status", "presence", "audio", "register", "devices", "cleanup", "listen", "check-client", "launch", "activate",
                                 "silent-activate", "outlook", "os", "language", "verify-app", "verify-pkg", "set-bundle-id", "file"}) {
         Result commandHelp = ymctl({command, "--help"});
         EXPECT_EQ(commandHelp.status, 0) << command;

@@ -28,6 +28,9 @@ int runCleanup(Arguments &, Output &);
 int runListen(Arguments &, Output &);
 int runWatch(Arguments &, Output &);
 
+// The meeting client checked against the protocol (CommandsCheck.cpp).
+int runCheckClient(Arguments &, Output &);
+
 // Launching, Outlook, the OS and signatures (CommandsApp.cpp).
 int runLaunch(Arguments &, Output &);
 int runActivate(Arguments &, Output &);

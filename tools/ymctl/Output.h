@@ -16,6 +16,9 @@ public:
     void field(const std::string &key, const nlohmann::json &value, const std::string &label, const std::string &shown);
     void field(const std::string &key, const nlohmann::json &value, const std::string &label);
 
+    // Adds a field for JSON output only.
+    void jsonField(const std::string &key, const nlohmann::json &value) { _object[key] = value; }
+
     // Prints the current result and starts the next one.
     void flush();
 

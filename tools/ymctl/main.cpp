@@ -23,6 +23,8 @@ const std::vector<CommandInfo> commands = {
      "print every presence answer and audio event until interrupted", runListen},
     {"watch", "[--seconds S]", "print a line each time the meeting client starts, quits, is updated, installed, removed or moved",
      runWatch},
+    {"check-client", "[--timeout S]", "check the running meeting client's answers against the protocol (PASS/FAIL per check)",
+     runCheckClient},
     {"launch", "", "start the meeting client (or bring the running one forward)", runLaunch},
     {"activate", "[URL]", "hand the running meeting client a URL", runActivate},
     {"silent-activate", "", "ask the running meeting client to activate silently", runSilentActivate},

@@ -8,7 +8,7 @@
 const char *const kUsage =
     "usage: ymsim install --version VERSION [--dir FOLDER]\n"
     "       <bundle>/Contents/MacOS/yumoapp [--result CODE:TEXT] [--presence N] [--seconds S] [--quiet]\n"
-    "                                       [--no-audio-events]\n"
+    "                                       [--no-audio-events] [--presence-at-top-level]\n"
     "       ymsim --help\n"
     "\n"
     "ymsim plays the Yumo meeting client and its host process, for trying a companion.\n"
@@ -30,6 +30,9 @@ const char *const kUsage =
     "  --seconds S         serve for S seconds, a whole number from 0 (default: until killed)\n"
     "  --quiet             print only \"ready\", and at the end how many messages came\n"
     "  --no-audio-events   take audio commands without answering them\n"
+    "  --presence-at-top-level\n"
+    "                      put \"PresenceStatus\" beside \"data\" instead of inside it, as a broken\n"
+    "                      meeting client would (what ymctl check-client must notice)\n"
     "\n"
     "Exit status: 0 done; 1 the bundle could not be made, or there is no group container;\n"
     "64 a usage error.\n";
@@ -143,6 +146,8 @@ ServeOptions parseServeOptions(const std::vector<std::string> &arguments)
             options.quiet = true;
         } else if (argument == "--no-audio-events") {
             options.audioEvents = false;
+        } else if (argument == "--presence-at-top-level") {
+            options.presenceAtTopLevel = true;
         } else {
             unknown(argument, "the simulator");
         }

@@ -25,6 +25,7 @@ struct ServeOptions {
     int seconds = -1;  // -1: until killed
     bool quiet = false;
     bool audioEvents = true;
+    bool presenceAtTopLevel = false;  // answers as a broken meeting client would, for ymctl check-client
 };
 
 // The arguments after "install"; `home` gives the default folder.

@@ -89,6 +89,10 @@ std::string presenceAnswer()
 {
     nlohmann::json answer = {{"commandId", 1}, {"from", 2}, {"version", "1.0.0"}, {"result", options.result},
                              {"data", nlohmann::json::array({{{"PresenceStatus", options.presence}}})}};
+    if (options.presenceAtTopLevel) {
+        answer["data"] = nlohmann::json::array();
+        answer["PresenceStatus"] = options.presence;
+    }
     return answer.dump();
 }
 
