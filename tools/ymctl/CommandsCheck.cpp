@@ -130,14 +130,30 @@ void checkAudioEvent(Checks &checks, const std::string &name, const std::optiona
                       (device ? device->dump() : "(none)"));
 }
 
-// The first audio event that came after `from` (messages of command 2).
-std::optional<Arrival> audioEventAfter(const std::vector<Arrival> &arrivals, size_t from)
+// Whether the text is an audio event (command 2) whose "data" holds this code in its first element.
+bool isAudioEvent(const Arrival &arrival, std::optional<int> code)
 {
-    for (size_t i = from; i < arrivals.size(); ++i) {
-        std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(arrivals[i].text);
-        if (parsed && parsed->is_object() && parsed->value("commandId", 0) == 2)
+    std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(arrival.text);
+    if (!parsed || !parsed->is_object() || parsed->value("commandId", 0) != 2)
+        return false;
+    if (!code)
+        return true;
+    const nlohmann::json *element = firstInData(*parsed);
+    const nlohmann::json *audio = element ? member(*element, "AudioCmd") : nullptr;
+    return audio && audio->is_number_integer() && audio->get<int64_t>() == *code;
+}
+
+// The audio event for the command of this code that came after `from`: the first one holding the
+// code, or else the first one at all (which the checks then find wrong). An event that came twice
+// (sent on both of a companion's connections) is not taken for the next one.
+std::optional<Arrival> audioEventAfter(const std::vector<Arrival> &arrivals, size_t from, int code)
+{
+    for (size_t i = from; i < arrivals.size(); ++i)
+        if (isAudioEvent(arrivals[i], code))
             return arrivals[i];
-    }
+    for (size_t i = from; i < arrivals.size(); ++i)
+        if (isAudioEvent(arrivals[i], std::nullopt))
+            return arrivals[i];
     return std::nullopt;
 }
 
@@ -207,15 +223,23 @@ int runCheckClient(Arguments &arguments, Output &output)
 
     // An audio command for this companion's device: the event names it.
     size_t before = arrivals.size();
+    auto eventArrived = [&](int code, size_t from) {
+        return [&arrivals, code, from] {
+            for (size_t i = from; i < arrivals.size(); ++i)
+                if (isAudioEvent(arrivals[i], code))
+                    return true;
+            return false;
+        };
+    };
     toHost(audioCommand(5, kDeviceName));
-    ymMainLoop::shared().runUntil(commandArrived(2, before), wait);
-    checkAudioEvent(checks, "audio", audioEventAfter(arrivals, before), 5);
+    ymMainLoop::shared().runUntil(eventArrived(5, before), wait);
+    checkAudioEvent(checks, "audio", audioEventAfter(arrivals, before, 5), 5);
 
     // The release of the device is taken like any command.
     before = arrivals.size();
     toHost(audioCommand(ymAudioCommandRelease, kDeviceName));
-    ymMainLoop::shared().runUntil(commandArrived(2, before), wait);
-    std::optional<Arrival> released = audioEventAfter(arrivals, before);
+    ymMainLoop::shared().runUntil(eventArrived(ymAudioCommandRelease, before), wait);
+    std::optional<Arrival> released = audioEventAfter(arrivals, before, ymAudioCommandRelease);
     if (released)
         checkAudioEvent(checks, "release", released, ymAudioCommandRelease);
     else
