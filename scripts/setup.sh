@@ -12,7 +12,7 @@ libgtest-dev libgmock-dev googletest libbenchmark-dev
 dbus dbus-bin dbus-daemon
 clang libclang-rt-14-dev
 binutils procps util-linux mount
-dpkg-dev doxygen make
+dpkg-dev doxygen make git xz-utils
 python3 python3-pytest python3-venv mypy libglib2.0-dev valgrind
 debhelper dh-python python3-all lintian scdoc abigail-tools libjs-jquery man-db
 "
