@@ -18,8 +18,6 @@ inline constexpr const char *kVersion = "1.0.0";
 
 inline constexpr int32_t kCommandPresenceStatus = 1;
 inline constexpr int32_t kCommandAudio = 2;
-// The audio command the SDK sends itself when it releases a device at clean-up.
-inline constexpr int32_t kAudioCommandRelease = 101;
 
 // {"commandId":1,"from":1,"version":"1.0.0","data":""}
 std::string presenceRequest(const char *version = kVersion);

@@ -1,5 +1,6 @@
 #include <YumoClientSdk/yStringUtils.h>
 #include <YumoClientSdk/ymAPIErrorMgr.h>
+#include <YumoClientSdk/ymAudioCommand.h>
 #include <YumoClientSdk/ymClientFeatureMgr.h>
 #include <YumoClientSdk/ymLogHelper.h>
 #include <YumoClientSdk/ymSdkImplement.h>
@@ -165,7 +166,7 @@ void ymSdkImplement::CleanupAudioDevices()
         YMAudioDevice_s device;
         device.deviceIndex = release.deviceIndex;
         device.deviceName = release.deviceName;
-        SetAudioCmd(ymIPCMessage::kAudioCommandRelease, device);
+        SetAudioCmd(ymAudioCommandRelease, device);
     }
 }
 

@@ -20,10 +20,24 @@ std::string audioCommand(int code, const std::string &name)
            R"(}],"deviceIndex":")" + kDeviceIndex + R"(","deviceName":")" + name + R"(","usbVid":"0","usbPid":"0"})";
 }
 
-// A text that came, and by which way: "client" (the meeting client's socket or answer name) or "host".
+// A text that came, and by which way: "client" (the meeting client's socket or answer name) or
+// "host"; parsed once, as it came (null when it is no JSON object).
 struct Arrival {
     std::string way;
     std::string text;
+    nlohmann::json parsed;
+
+    // As a whole number, or 0 (read without throwing, whatever type a peer puts there).
+    int64_t commandId() const
+    {
+        auto found = parsed.is_object() ? parsed.find("commandId") : parsed.end();
+        return found != parsed.end() && found->is_number_integer() ? found->get<int64_t>() : 0;
+    }
+    bool names(const char *deviceName) const
+    {
+        auto found = parsed.is_object() ? parsed.find("deviceName") : parsed.end();
+        return found != parsed.end() && found->is_string() && *found == deviceName;
+    }
 };
 
 class Collector : public YMSocketIPCChannelDelegate {
@@ -31,7 +45,9 @@ public:
     explicit Collector(std::string way, std::vector<Arrival> &arrivals) : _way(std::move(way)), _arrivals(arrivals) {}
     int32_t onMessageRecieved(const std::optional<std::string> &message) override
     {
-        _arrivals.push_back({_way, message.value_or("")});
+        std::string text = message.value_or("");
+        std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(text);
+        _arrivals.push_back({_way, text, parsed && parsed->is_object() ? *parsed : nlohmann::json()});
         return 0;
     }
 
@@ -90,9 +106,9 @@ std::string shapeOfData(const nlohmann::json &message, const char *field)
 
 void checkPresenceAnswer(Checks &checks, const Arrival &answer, bool sockets)
 {
-    std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(answer.text);
-    checks.report("presence.json", parsed && parsed->is_object(), "one JSON object", answer.text);
-    if (!parsed || !parsed->is_object())
+    const nlohmann::json *parsed = &answer.parsed;
+    checks.report("presence.json", parsed->is_object(), "one JSON object", answer.text);
+    if (!parsed->is_object())
         return;
     if (sockets)
         checks.report("presence.connection", answer.way == "client", "on the connection to s.yumoclient the request went by",
@@ -115,7 +131,7 @@ void checkAudioEvent(Checks &checks, const std::string &name, const std::optiona
         checks.report(name, false, "an audio event for " + std::string(kDeviceName) + " #" + kDeviceIndex, "none");
         return;
     }
-    std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(event->text);
+    const nlohmann::json *parsed = event->parsed.is_object() ? &event->parsed : nullptr;
     const nlohmann::json *first = parsed ? firstInData(*parsed) : nullptr;
     const nlohmann::json *audio = first ? member(*first, "AudioCmd") : nullptr;
     bool shaped = audio && audio->is_number_integer() && audio->get<int64_t>() == code;
@@ -133,12 +149,11 @@ void checkAudioEvent(Checks &checks, const std::string &name, const std::optiona
 // Whether the text is an audio event (command 2) whose "data" holds this code in its first element.
 bool isAudioEvent(const Arrival &arrival, std::optional<int> code)
 {
-    std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(arrival.text);
-    if (!parsed || !parsed->is_object() || parsed->value("commandId", 0) != 2)
+    if (arrival.commandId() != 2)
         return false;
     if (!code)
         return true;
-    const nlohmann::json *element = firstInData(*parsed);
+    const nlohmann::json *element = firstInData(arrival.parsed);
     const nlohmann::json *audio = element ? member(*element, "AudioCmd") : nullptr;
     return audio && audio->is_number_integer() && audio->get<int64_t>() == *code;
 }
@@ -200,11 +215,9 @@ int runCheckClient(Arguments &arguments, Output &output)
     }
     auto commandArrived = [&](int commandId, size_t from) {
         return [&arrivals, commandId, from] {
-            for (size_t i = from; i < arrivals.size(); ++i) {
-                std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(arrivals[i].text);
-                if (parsed && parsed->is_object() && parsed->value("commandId", 0) == commandId)
+            for (size_t i = from; i < arrivals.size(); ++i)
+                if (arrivals[i].commandId() == commandId)
                     return true;
-            }
             return false;
         };
     };
@@ -215,7 +228,7 @@ int runCheckClient(Arguments &arguments, Output &output)
         checks.report("presence", false, "an answer with \"commandId\":1 within " + std::to_string(wait.count()) + " s", "none");
     } else {
         for (const Arrival &arrival : arrivals)
-            if (yStringUtils::toArrayOrNSDictionary(arrival.text).value_or(nlohmann::json()).value("commandId", 0) == 1) {
+            if (arrival.commandId() == 1) {
                 checkPresenceAnswer(checks, arrival, sockets);
                 break;
             }
@@ -248,8 +261,7 @@ int runCheckClient(Arguments &arguments, Output &output)
     // Nothing named another device meanwhile: the host answers for the device commanded.
     std::string other;
     for (const Arrival &arrival : arrivals) {
-        std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(arrival.text);
-        if (parsed && parsed->is_object() && parsed->value("commandId", 0) == 2 && parsed->value("deviceName", "") != kDeviceName)
+        if (arrival.commandId() == 2 && !arrival.names(kDeviceName))
             other = arrival.text;
     }
     checks.report("audio.others", other.empty(), "no event for a device that was not commanded", other.empty() ? "none" : other);
