@@ -6,9 +6,11 @@
 #include <YumoClientSdk/ymAPIErrorMgr.h>
 #include <YumoClientSdk/ymAppHelper.h>
 #include <YumoClientSdk/ymSdkImplement.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "platform/ymPropertyList.h"
 #include "support/FacadeFixture.h"
 #include "support/Processes.h"
 #include "support/SocketPeer.h"
@@ -317,6 +319,26 @@ TEST_F(DeviceRegistry, CleanupWalkPassesOverTheEntryAfterARemovedOne)
     // device's own index), then the headset's and the speaker's in turn.
     EXPECT_EQ(hostTraffic(*facade),
               releaseOf("1", "Headset") + releaseOf("1", "Headset") + releaseOf("1", "Headset") + releaseOf("2", "Speaker"));
+}
+
+TEST_F(DeviceRegistry, OtherKeysOfTheSharedSuiteOutliveRegistrationAndCleanup)
+{
+    // Other programs keep settings of their own in the same suite, before and after the list.
+    const std::string suite = home.path() + "/Library/Preferences/YumoClientSdk.ShareData.plist";
+    std::filesystem::create_directories(home.path() + "/Library/Preferences");
+    ymtest::writeFile(suite, ymPropertyList::serialize(ymValue::dictionary({{"Before", "kept"},
+                                                                             {"AudioDevice", ymValue::array({})},
+                                                                             {"After", 7}}),
+                                                        false));
+    auto facade = ymSdkImplement::create();
+    ASSERT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1));
+    facade->CleanupAudioDevices();
+    std::optional<ymValue> stored = ymPropertyList::readFile(suite);
+    ASSERT_TRUE(stored);
+    ASSERT_TRUE(stored->find("Before") && stored->find("After"));
+    EXPECT_EQ(ymPropertyList::textOf(*stored->find("Before")), "kept");
+    EXPECT_EQ(stored->find("After")->type(), ymValue::Type::integer);
+    EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
 }
 
 TEST_F(DeviceRegistry, EmptySharedListEmptiesThisProcessesListAndSendsNothing)
