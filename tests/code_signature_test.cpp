@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "platform/ymXarArchive.h"
 #include "support/SignedPackage.h"
 #include "support/Processes.h"
 #include "support/TestSupport.h"
@@ -61,7 +60,6 @@ TEST_F(PackageSignature, ChainsAreJudgedByTheFirstAndThirdNamesOfTheFirstSignatu
     EXPECT_FALSE(check(chain({"", kIntermediate, kRoot})));
     EXPECT_TRUE(check(chain({kInstaller, "", kRoot})));
     EXPECT_FALSE(check(chain({kInstaller, kIntermediate, ""})));
-    EXPECT_FALSE(check(chain({kInstaller, kIntermediate, "", kRoot})));
 
     // Only the first signature counts, whichever element it is.
     std::vector<std::string> good = chain({kInstaller, kIntermediate, kRoot}), bad = chain({"Someone Else", kIntermediate, kRoot});
@@ -82,6 +80,8 @@ TEST_F(PackageSignature, CertificatesAndFilesThatDoNotParse)
     // Base64 that does not decode ends the check.
     EXPECT_FALSE(check({ymtest::base64(der[0]), "!!not base64!!", ymtest::base64(der[2])}));
     EXPECT_FALSE(check({ymtest::base64(der[0]), ymtest::base64(der[1]), ymtest::base64(der[2]) + "A"}));
+    // Padding in the middle is not base64 either: decoded, it would pass for a broken certificate.
+    EXPECT_FALSE(check({ymtest::base64(der[0]), "YQ==YQ==", ymtest::base64(der[2])}));
     // A certificate cut short, and one with bytes after it.
     EXPECT_FALSE(check({ymtest::base64(der[0].substr(0, der[0].size() / 2)), ymtest::base64(der[1]), ymtest::base64(der[2])}));
     EXPECT_FALSE(check({ymtest::base64(der[0] + "x"), ymtest::base64(der[1]), ymtest::base64(der[2])}));
@@ -103,21 +103,6 @@ TEST_F(PackageSignature, CertificatesAndFilesThatDoNotParse)
     std::string huge = valid;
     huge[8] = '\x7f';                                                          // compressed size past the end
     EXPECT_FALSE(checkArchive(huge));
-}
-
-TEST(XarReader, ReadsTheTableOfContentsAndDecodesBase64)
-{
-    std::string archive = ymtest::makeXarArchive({{"signature", "RSA", {"aGVsbG8=", "d29y\nbGQ="}}});
-    std::optional<ymXarArchive> reader = ymXarArchive::fromBytes(archive);
-    ASSERT_TRUE(reader.has_value());
-    EXPECT_NE(reader->tableOfContents().find("<toc>"), std::string::npos);
-    ASSERT_TRUE(reader->firstSignature().has_value());
-    EXPECT_EQ(reader->firstSignature()->style, "RSA");
-    EXPECT_EQ(reader->certificateData(0), "hello");
-    EXPECT_EQ(reader->certificateData(1), "world");
-    EXPECT_FALSE(reader->certificateData(2).has_value());
-    EXPECT_EQ(ymDecodeBase64("YWI="), "ab");
-    EXPECT_FALSE(ymDecodeBase64("YQ==YQ==").has_value());  // padding only at the end
 }
 
 // The signing tool is played by a script, seen only inside a private mount namespace (where ymctl

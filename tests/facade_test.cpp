@@ -326,10 +326,9 @@ TEST_F(DeviceRegistry, OtherKeysOfTheSharedSuiteOutliveRegistrationAndCleanup)
     // Other programs keep settings of their own in the same suite, before and after the list.
     const std::string suite = home.path() + "/Library/Preferences/YumoClientSdk.ShareData.plist";
     std::filesystem::create_directories(home.path() + "/Library/Preferences");
-    ymtest::writeFile(suite, ymPropertyList::serialize(ymValue::dictionary({{"Before", "kept"},
-                                                                             {"AudioDevice", ymValue::array({})},
-                                                                             {"After", 7}}),
-                                                        false));
+    ymtest::writeFile(suite, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+                             "<key>Before</key><string>kept</string><key>AudioDevice</key><array/>"
+                             "<key>After</key><integer>7</integer></dict></plist>\n");
     auto facade = ymSdkImplement::create();
     ASSERT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1));
     facade->CleanupAudioDevices();

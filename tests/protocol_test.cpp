@@ -55,7 +55,6 @@ TEST_F(Protocol, EveryExampleOfTheDocumentIsWhatTheSdkSendsAndReads)
     const std::regex audioCommand(R"re(sends audio command (-?\d+) index "([^"]*)" name "([^"]*)" vid (\d+) pid (\d+))re");
     const std::regex presenceAnswer(R"re(reads presence answer error (YES|NO) code (-?\d+) text ("[^"]*"|\(none\)) status (-?\d+))re");
     const std::regex audioEvent(R"re(reads audio event (-?\d+) index "([^"]*)" name "([^"]*)")re");
-    int checked = 0;
     for (const Example &example : examples) {
         SCOPED_TRACE(example.what);
         std::smatch words;
@@ -95,11 +94,8 @@ TEST_F(Protocol, EveryExampleOfTheDocumentIsWhatTheSdkSendsAndReads)
             EXPECT_EQ(delegate->presence.size(), presence);
         } else {
             ADD_FAILURE() << "an example the test cannot read: " << example.what;
-            continue;
         }
-        ++checked;
     }
-    EXPECT_EQ(checked, static_cast<int>(examples.size()));
     for (int fd : {clientChannel, hostChannel, clientSocket, hostSocket})
         close(fd);
 }

@@ -77,7 +77,8 @@ REFUSED = [
     (ym.run, ("5",), {}, TypeError, "seconds must be a number of seconds"),
     (ym.run, ("0.5",), {}, TypeError, "seconds must be a number"),
     (ym.run, (True,), {}, TypeError, "seconds must be a number"),
-    (ym.run, (10**30,), {}, ValueError, f"seconds must be a number of seconds from 0 to {ym.MAX_SECONDS}"),
+    (ym.run, (10**30,), {}, ValueError, "seconds must be a number of seconds from 0 to 9223372036854775, not 1"),
+    (ym.run, (9223372036854776,), {}, ValueError, "seconds"),  # one past what fits in milliseconds
     (ym.run, (float("inf"),), {}, ValueError, "seconds"),
     (ym.run, (float("nan"),), {}, ValueError, "seconds"),
     (ym.run, (-0.5,), {}, ValueError, "seconds"),
