@@ -12,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/ymPropertyList.h"
 #include "support/FacadeFixture.h"
 #include "support/Processes.h"
 #include "support/TestSupport.h"
@@ -35,7 +36,7 @@ protected:
     }
     // Runs the main loop until a change of this kind is told after the last one waited for;
     // answers it.
-    YMClientState_s waitFor(ymClientChange change)
+    YMClientState_s waitFor(ymClientChange change, std::chrono::seconds limit = std::chrono::seconds(90))
     {
         auto next = [&]() -> std::optional<size_t> {
             for (size_t i = waited; i < told.size(); ++i)
@@ -43,7 +44,7 @@ protected:
                     return i;
             return std::nullopt;
         };
-        EXPECT_TRUE(ymtest::runMainLoopUntil([&] { return next().has_value(); })) << "no change " << change << " after " << toldText();
+        EXPECT_TRUE(ymtest::runMainLoopUntil([&] { return next().has_value(); }, limit)) << "no change " << change << " after " << toldText();
         std::optional<size_t> found = next();
         if (!found)
             return {};
@@ -133,6 +134,22 @@ TEST_F(ClientState, BundleRemovedWhileTheClientRunsIsToldAsItsEnd)
     EXPECT_EQ(back.version, "5.6.1");
     EXPECT_EQ(back.installPath, bundle());
     EXPECT_EQ(told.size(), before + 3);
+}
+
+TEST_F(ClientState, InstalledWhereItsDefaultsSayIsToldAtOnce)
+{
+    // The client registered the folder it lives in, with a "/" at the end as it writes it, and is
+    // copied there afterwards: the folder it will be in is watched, not the once-a-minute look.
+    const std::string elsewhere = home.path() + "/Elsewhere";
+    std::filesystem::create_directories(elsewhere);
+    std::filesystem::create_directories(home.path() + "/Library/Preferences");
+    ymValue domain = ymValue::dictionary({{"installPath", elsewhere + "/yumoapp.app/"}});
+    ymtest::writeFile(home.path() + "/Library/Preferences/com.yumocorp.yumoapp.plist", ymPropertyList::serialize(domain, true));
+    EXPECT_FALSE(sdk->GetClientState().installed);
+    ymtest::makeAppBundle(elsewhere, "yumoapp.app", "com.yumocorp.yumoapp", "5.6.2");
+    YMClientState_s installed = waitFor(ymClientChangeInstalled, std::chrono::seconds(20));
+    EXPECT_EQ(installed.installPath, elsewhere + "/yumoapp.app/");
+    EXPECT_EQ(installed.version, "5.6.2");
 }
 
 void recordChange(const ymClientState *state, void *context)

@@ -162,6 +162,9 @@ TEST_F(FileUtils, BundleVersionFromXmlOrBinaryInfoPlist)
     ymtest::writeFile(at("junk.app/Contents/Info.plist"), "<?xml version=\"1.0\"?><plist><dict><key>");
     EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
     EXPECT_STREQ(ymGetFileVersion(nullptr), "");
+    // A version written as a number is read as its text.
+    ymtest::writeFile(at("junk.app/Contents/Info.plist"), "<plist><dict><key>CFBundleVersion</key><real>5.5</real></dict></plist>");
+    EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "5.5");
 
     // A key holding a zero character (the parser would abort on it) makes no property list: in XML
     // a reference to 0 (after one to another character).

@@ -5,9 +5,11 @@
 #include <YumoClientSdk/ySocketClientImpl.h>
 #include <YumoClientSdk/ySocketServerImpl.h>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
@@ -76,7 +78,10 @@ std::string pathOfLength(const std::string &folder, size_t units)
     return path;
 }
 
-std::string message(int n) { return "{\"commandId\":2,\"n\":" + std::to_string(n) + ",\"s\":\"}{\\\"\xc3\xa9\"}"; }
+std::string message(int n)
+{
+    return "{\"commandId\":2,\"n\":" + std::to_string(n) + ",\"u\":\"\\u00a9\\u00AF\",\"s\":\"}{\\\"\xc3\xa9\"}";
+}
 
 class SocketTransport : public ::testing::Test {
 protected:
@@ -136,15 +141,16 @@ TEST_F(SocketTransport, EveryMessageArrivesOnceInOrderHoweverTheBytesAreCut)
     close(peer);
 }
 
+class Collector : public ySocketFraming::Receiver {
+public:
+    std::vector<std::string> messages;
+    void messageSplit(std::string_view message) override { messages.emplace_back(message); }
+    void textDropped(Dropped, std::string_view) override {}
+};
+
 TEST(Framing, AMessageAfterABrokenOneArrivesWhereverTheReadsAreCut)
 {
     // The peer broke off where a value was due, and began again.
-    class Collector : public ySocketFraming::Receiver {
-    public:
-        std::vector<std::string> messages;
-        void messageSplit(std::string_view message) override { messages.emplace_back(message); }
-        void textDropped(Dropped, std::string_view) override {}
-    };
     const std::string broken = R"({"commandId":2,"data":{"PresenceStatus":)";
     const std::string stream = broken + R"({"commandId":99,"result":0}{"commandId":100})";
     for (size_t cut = 0; cut <= stream.size(); ++cut) {
@@ -165,6 +171,27 @@ TEST(Framing, AMessageAfterABrokenOneArrivesWhereverTheReadsAreCut)
     splitter.abandon(collector);
     EXPECT_EQ(collector.messages, std::vector<std::string>{R"({"commandId":99,"result":0})"});
     EXPECT_FALSE(splitter.unfinished());
+}
+
+TEST(Framing, ReadingAgainIsPaidForWithTheBytesRead)
+{
+    // A message nested inside texts broken off is found by reading the same bytes again from each
+    // next "{": a little nesting costs little, but a peer may not make the reader work on without
+    // end, so reading again stops once it has cost what was read and one message more.
+    for (int depth : {3, 500}) {
+        std::string stream;
+        for (int level = 0; level < depth; ++level)
+            stream += R"({"a":)";
+        stream += R"({"commandId":7}!{"commandId":8})";
+        ySocketFraming::Splitter splitter;
+        Collector collector;
+        splitter.feed(stream, collector);
+        if (depth == 3)
+            EXPECT_EQ(collector.messages, (std::vector<std::string>{R"({"commandId":7})", R"({"commandId":8})"}));
+        else
+            EXPECT_EQ(collector.messages, std::vector<std::string>{R"({"commandId":8})"});
+        EXPECT_FALSE(splitter.unfinished());
+    }
 }
 
 TEST_F(SocketTransport, TextsFromManyThreadsGoOutWholeAndInOrder)
@@ -316,6 +343,69 @@ TEST_F(SocketTransport, ClientConnectsAgainByItselfWhenItsPeerComesBack)
             return ymtest::countLinesContaining(log.text(), "-[ySocketClientImpl_SDK connect]: connect finished") > round;
         }));
     }
+}
+
+TEST_F(SocketTransport, PeerThatListensAMomentAfterItsSocketAppearsIsReachedQuickly)
+{
+    ymtest::CapturedStderr log;
+    const std::string refused = "-[ySocketClientImpl_SDK connect]: connect error";
+    close(ymtest::listenOn(path));  // a socket file nobody listens on
+    auto client = makeClient(path, clientSide);
+    client->connect();
+    // A few quick tries, then the client waits for the folder to change.
+    ASSERT_TRUE(eventually([&] { return ymtest::countLinesContaining(log.text(), refused) == 9; }));
+
+    // A peer makes its socket and listens only after the client's try on its appearance was
+    // refused: the quick tries begin again, and one of them is accepted.
+    int listening = ymtest::bindOn(path);
+    ASSERT_GE(listening, 0);
+    ASSERT_TRUE(eventually([&] { return ymtest::countLinesContaining(log.text(), refused) >= 10; }));
+    ASSERT_EQ(listen(listening, 4), 0);
+    int peer = ymtest::acceptOne(listening);
+    ASSERT_GE(peer, 0);
+    ASSERT_TRUE(ymtest::writeText(peer, message(1)));
+    ASSERT_TRUE(eventually([&] { return clientSide->count() == 1; }));
+    close(peer);
+    close(listening);
+}
+
+TEST_F(SocketTransport, ServerOutOfDescriptorsAcceptsAgainOnceSomeAreFree)
+{
+    ymtest::CapturedStderr log;
+    auto server = startServer(path, serverSide);
+    // The log is read through a descriptor opened now: no other can be opened for a while.
+    int logFile = open(log.path().c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(logFile, 0);
+    auto acceptErrors = [&] {
+        std::string text(1 << 16, '\0');
+        ssize_t length = pread(logFile, text.data(), text.size(), 0);
+        return ymtest::countLinesContaining(text.substr(0, length > 0 ? length : 0), "accept error, discard!");
+    };
+    // Every descriptor this process may open is taken, but for one peer's.
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    rlimit lowered = limit;
+    lowered.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 128);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
+    std::vector<int> taken;
+    for (int fd; (fd = dup(logFile)) != -1;)
+        taken.push_back(fd);
+    ASSERT_FALSE(taken.empty());
+    close(taken.back());
+    taken.pop_back();
+    int peer = ymtest::connectTo(path);
+    ASSERT_GE(peer, 0);
+    ASSERT_TRUE(ymtest::writeText(peer, message(1)));
+    // The server cannot accept it; it pauses, and tries again once descriptors are free.
+    ASSERT_TRUE(eventually([&] { return acceptErrors() > 0; }));
+    EXPECT_EQ(serverSide->count(), 0u);
+    for (int fd : taken)
+        close(fd);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    ASSERT_TRUE(eventually([&] { return serverSide->count() == 1; }, std::chrono::seconds(20)));
+    EXPECT_EQ(serverSide->texts()[0], message(1));
+    close(peer);
+    close(logFile);
 }
 
 TEST_F(SocketTransport, EndStopsAcceptingAndClosesEveryPeer)

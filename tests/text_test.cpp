@@ -169,6 +169,8 @@ TEST(TextRules, FoundationReadingsOfTextsAndValues)
     EXPECT_EQ(ymText::componentsSeparatedBy("5.6.", "."), (std::vector<std::string>{"5", "6", ""}));
     EXPECT_EQ(ymText::trimmingWhitespaceAndNewlines(" \t{}\r\n\xe2\x80\xa8\xe3\x80\x80"), "{}");
     EXPECT_EQ(ymText::trimmingWhitespaceAndNewlines("{}\xe3\x81\xae"), "{}\xe3\x81\xae");  // a letter, not a space
+    // A no-break space first, paragraph separators (U+2029) on both sides, a next-line last.
+    EXPECT_EQ(ymText::trimmingWhitespaceAndNewlines("\xc2\xa0\xe2\x80\xa9{}\xe2\x80\xa9\xc2\x85"), "{}");
     EXPECT_EQ(ymText::appendingPathComponent("/a/b/", "/s.yyhost"), "/a/b/s.yyhost");
 
     EXPECT_TRUE(ymValue().isNull());

@@ -62,6 +62,12 @@ bool ymIOLoop::State::ensureRunning()
         sd_event_unref(event);
         return false;
     }
+    // The loop makes its clock's descriptor with the first timer and keeps it: made now, not when
+    // a pause is first needed, since a pause is needed most where no descriptor can be made.
+    sd_event_source *clock = nullptr;
+    auto never = [](sd_event_source *, uint64_t, void *) { return 0; };
+    if (sd_event_add_time_relative(event, &clock, CLOCK_MONOTONIC, 0, 0, never, nullptr) >= 0)
+        sd_event_source_disable_unref(clock);
     // A thread that ended has given up the lock for good and frees its own loop only, so the next
     // one may start beside it: nobody waits for it, and it is not kept to be joined.
     try {

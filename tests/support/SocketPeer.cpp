@@ -1,6 +1,7 @@
 #include "support/SocketPeer.h"
 
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -37,19 +38,35 @@ int connectTo(const std::string &path)
     return fd;
 }
 
-int listenOn(const std::string &path, int backlog)
+int bindOn(const std::string &path)
 {
     unlink(path.c_str());
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = addressOf(path);
-    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(fd, backlog) != 0) {
+    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
         close(fd);
         return -1;
     }
     return fd;
 }
 
-int acceptOne(int listeningFd) { return accept4(listeningFd, nullptr, nullptr, SOCK_CLOEXEC); }
+int listenOn(const std::string &path, int backlog)
+{
+    int fd = bindOn(path);
+    if (fd != -1 && listen(fd, backlog) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int acceptOne(int listeningFd)
+{
+    pollfd waiting{listeningFd, POLLIN, 0};
+    if (poll(&waiting, 1, 20000) != 1)
+        return -1;
+    return accept4(listeningFd, nullptr, nullptr, SOCK_CLOEXEC);
+}
 
 bool writeText(int fd, const std::string &text)
 {

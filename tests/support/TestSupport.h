@@ -58,6 +58,8 @@ public:
     CapturedStderr();
     ~CapturedStderr();
     std::string text() const;
+    // The file descriptor 2 writes to.
+    const std::string &path() const { return _path; }
     // On destruction, send descriptor 2 to /dev/null instead of back to the terminal: for tests
     // that leave a thread logging for the rest of the process.
     void keepAwayFromTerminal() { _toDevNull = true; }
