@@ -22,8 +22,6 @@ int32_t ymNotificationTransport::send(Peer peer, const std::string &text)
     return ymCommandStatusSent;
 }
 
-bool ymNotificationTransport::available(Peer) const { return manager() != nullptr; }
-
 void ymNotificationTransport::close()
 {
     static auto *keptManagers = new std::vector<std::shared_ptr<ymIPCMsgMgr>>();

@@ -15,7 +15,6 @@ public:
     void open(const std::weak_ptr<YMSocketIPCChannelDelegate> &receiver);
 
     int32_t send(Peer peer, const std::string &text) override;
-    bool available(Peer peer) const override;
     // Lets the manager go without releasing it: it goes on observing for the rest of the process,
     // delivering to nobody once its receiver has gone.
     void close() override;

@@ -24,8 +24,6 @@ int32_t ymSocketTransport::send(Peer peer, const std::string &text)
     return ymCommandStatusSent;
 }
 
-bool ymSocketTransport::available(Peer peer) const { return channel(peer) != nullptr; }
-
 void ymSocketTransport::close()
 {
     setChannel(Peer::meetingClient, nullptr);

@@ -16,7 +16,6 @@ public:
     void open(const std::weak_ptr<YMSocketIPCChannelDelegate> &receiver);
 
     int32_t send(Peer peer, const std::string &text) override;
-    bool available(Peer peer) const override;
     // Releases both channels, which closes their sockets.
     void close() override;
 

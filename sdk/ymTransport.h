@@ -17,9 +17,6 @@ public:
     // there is nothing to send it with. Whether it arrives is not known here.
     virtual int32_t send(Peer peer, const std::string &text) = 0;
 
-    // True while there is something to send to the peer with.
-    virtual bool available(Peer peer) const = 0;
-
     // Sends and receives nothing more.
     virtual void close() = 0;
 };

@@ -6,8 +6,11 @@
 #include <YumoClientSdk/ymAPIErrorMgr.h>
 #include <YumoClientSdk/ymAppHelper.h>
 #include <YumoClientSdk/ymSdkImplement.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <thread>
 #include <unistd.h>
 
 #include "platform/ymPropertyList.h"
@@ -92,8 +95,19 @@ TEST_F(SdkFacade, PresenceAnswersReachTheDelegateOnTheLoopThread)
         EXPECT_EQ(client.process().readLine(), "received socket client: " + kPresenceRequest);
     }
     {
-        // A client older than 5.6 is reached by notification: without a message manager there is
-        // nothing to post with. (The answers over notifications: ymctl's tests.)
+        // A client older than 5.6 is reached by notification, presence under the client's name and
+        // audio under the host's.
+        RunningClient client = RunningClient::simulator("5.5.0", {"--presence", "3"});
+        auto facade = makeFacade();
+        ASSERT_EQ(facade->GetIMPresenceStatus(), 0);
+        EXPECT_EQ(client.process().readLine(), "received notification client: " + kPresenceRequest);
+        ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->presence.size() == 2; }));
+        EXPECT_EQ(delegate->presence[1].presenceStatus, 3);
+        ASSERT_EQ(facade->SetAudioCmd(5, YMAudioDevice_s{"2", "Headset", 2830, 3}), 0);
+        EXPECT_EQ(client.process().readLine(), "received notification host: " + kAudioCommand);
+    }
+    {
+        // Without a message manager there is nothing to post with.
         RunningClient client = RunningClient::silent("5.5.9");
         auto facade = makeFacade();
         facade->setIpcMsgMgr(nullptr);
@@ -338,6 +352,23 @@ TEST_F(DeviceRegistry, OtherKeysOfTheSharedSuiteOutliveRegistrationAndCleanup)
     EXPECT_EQ(ymPropertyList::textOf(*stored->find("Before")), "kept");
     EXPECT_EQ(stored->find("After")->type(), ymValue::Type::integer);
     EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
+}
+
+TEST_F(DeviceRegistry, RegistrationWaitsWhileAnotherWriterHoldsTheList)
+{
+    // Another companion is writing the list (it holds the list's lock) when this one registers:
+    // the registration waits for it, then lands.
+    std::filesystem::create_directories(home.path() + "/Library/Preferences");
+    int held = open((home.path() + "/Library/Preferences/YumoClientSdk.ShareData.plist.lock").c_str(),
+                    O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    auto facade = ymSdkImplement::create();
+    std::thread registering([&] { EXPECT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1)); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // a writer takes far less
+    EXPECT_TRUE(ymtest::sharedDeviceTexts().empty());
+    close(held);
+    registering.join();
+    EXPECT_EQ(ymtest::sharedDeviceTexts().size(), 1u);
 }
 
 TEST_F(DeviceRegistry, EmptySharedListEmptiesThisProcessesListAndSendsNothing)

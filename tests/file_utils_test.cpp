@@ -1,5 +1,6 @@
 // The exported file functions, on real files under a temporary folder.
 #include <YumoClientSdk/ymFileUtils.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -125,6 +126,19 @@ TEST_F(FileUtils, FoldersMoveAcrossFileSystemsWithTheirModes)
     EXPECT_TRUE(S_ISLNK(modeOf(destination + "/link")));
     EXPECT_EQ(ymtest::readFile(destination + "/link"), "s");
     chmod((destination + "/private").c_str(), 0700);  // so that the folder can be cleaned away
+
+    // A copy that cannot be made (no descriptor is left for it) fails, keeps the original and
+    // leaves no descriptor of its own open.
+    ymtest::writeFile(at("single"), "1");
+    {
+        ymtest::DescriptorsTakenButOne full;  // enough to open the original, not its copy
+        ASSERT_TRUE(full.taken());
+        EXPECT_EQ(ymMoveFile(at("single").c_str(), (other.path() + "/single").c_str()), NO);
+        int spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        EXPECT_GE(spare, 0);
+        close(spare);
+    }
+    EXPECT_EQ(ymtest::readFile(at("single")), "1");
 }
 
 TEST_F(FileUtils, CreatingFilesAndReadingSizes)

@@ -60,20 +60,20 @@ TEST_F(NotificationTransport, OnlyTheContentCrossesAndNamesAreReadAtEachUse)
     auto record = [&](const std::string &name, const UserInfo &userInfo) { seen.emplace_back(name, userInfo); };
     ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
     center.addObserver("YumoLauncher3rdSdkToYyhost", record);
-    center.addObserver("RenamedClientName", record);
+    center.addObserver("Renamed client's name", record);
     center.post("YyhostToYumoLauncher3rdSdk", UserInfo{{"other", "x"}});
     center.post("YumoVideoClientToYumoLauncher3rdSdk", UserInfo{{"content", "second"}});
     manager->sendIPCMessageToYyhost(std::string("payload"));
     manager->sendIPCMessageToYumoClient(std::nullopt);  // nil: no user information at all
     const char *saved = NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT;
-    NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT = "RenamedClientName";
+    NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT = "Renamed client's name";
     manager->sendIPCMessageToYumoClient(std::string("renamed"));
     NOTIFY_IPC_YUMOSDK_TO_YUMOCLIENT = saved;
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1 && seen.size() == 2; }));
     EXPECT_EQ(receiver->messages[0], "second");
     EXPECT_TRUE(lateReceiver->messages.empty());
     EXPECT_EQ(seen[0], (std::pair<std::string, UserInfo>{"YumoLauncher3rdSdkToYyhost", {{"content", "payload"}}}));
-    EXPECT_EQ(seen[1], (std::pair<std::string, UserInfo>{"RenamedClientName", {{"content", "renamed"}}}));
+    EXPECT_EQ(seen[1], (std::pair<std::string, UserInfo>{"Renamed client's name", {{"content", "renamed"}}}));
     std::string text = log.text();
     EXPECT_NE(text.find("dict = {\n    other = x;\n}"), std::string::npos);
     EXPECT_NE(text.find("-[ymIPCMsgMgr dealloc]."), std::string::npos);

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
@@ -382,26 +381,15 @@ TEST_F(SocketTransport, ServerOutOfDescriptorsAcceptsAgainOnceSomeAreFree)
         return ymtest::countLinesContaining(text.substr(0, length > 0 ? length : 0), "accept error, discard!");
     };
     // Every descriptor this process may open is taken, but for one peer's.
-    rlimit limit;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    rlimit lowered = limit;
-    lowered.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 128);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
-    std::vector<int> taken;
-    for (int fd; (fd = dup(logFile)) != -1;)
-        taken.push_back(fd);
-    ASSERT_FALSE(taken.empty());
-    close(taken.back());
-    taken.pop_back();
+    ymtest::DescriptorsTakenButOne full;
+    ASSERT_TRUE(full.taken());
     int peer = ymtest::connectTo(path);
     ASSERT_GE(peer, 0);
     ASSERT_TRUE(ymtest::writeText(peer, message(1)));
     // The server cannot accept it; it pauses, and tries again once descriptors are free.
     ASSERT_TRUE(eventually([&] { return acceptErrors() > 0; }));
     EXPECT_EQ(serverSide->count(), 0u);
-    for (int fd : taken)
-        close(fd);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    full.giveBack();
     ASSERT_TRUE(eventually([&] { return serverSide->count() == 1; }, std::chrono::seconds(20)));
     EXPECT_EQ(serverSide->texts()[0], message(1));
     close(peer);

@@ -19,22 +19,14 @@ const char *const kObjectPath = "/com/yumocorp/DistributedNotificationCenter";
 // How often a centre without a bus tries to connect again.
 constexpr std::chrono::seconds kReconnectInterval{1};
 
-// A value for a match rule: quoted, with a quote inside written as '\''.
-std::string quotedForMatch(const std::string &value)
-{
-    std::string quoted = "'";
-    for (char c : value) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
-}
-
+// The bus's match rule for one notification name. The bus cannot match a value holding an
+// apostrophe: for such a name the rule takes every notification, and the handler picks its own.
 std::string matchRuleFor(const std::string &name)
 {
-    return std::string("type='signal',interface='") + kInterface + "',member='" + kMember + "',arg0=" + quotedForMatch(name);
+    std::string rule = std::string("type='signal',interface='") + kInterface + "',member='" + kMember + "'";
+    if (name.find('\'') == std::string::npos)
+        rule += ",arg0='" + name + "'";
+    return rule;
 }
 
 }  // namespace
@@ -80,7 +72,7 @@ struct ymNotificationCenter::State {
     // Called by the bus, under the lock, on whichever thread took the notification in (the loop's,
     // serving the bus, or a poster's): it is queued on the main loop, so that notifications are
     // delivered in the order the bus handed them over.
-    void received(sdbus::Message &message);
+    void received(sdbus::Message &message, const std::string &subscribed);
     void deliver(const std::string &name, const UserInfo &userInfo);
 };
 
@@ -143,7 +135,8 @@ bool ymNotificationCenter::State::subscribe(const std::string &name, Subscriptio
 {
     try {
         State *self = this;
-        subscription.match = connection->addMatch(matchRuleFor(name), [self](sdbus::Message &message) { self->received(message); });
+        subscription.match = connection->addMatch(matchRuleFor(name),
+                                                  [self, name](sdbus::Message &message) { self->received(message, name); });
         return true;
     } catch (const sdbus::Error &) {
         return false;
@@ -217,7 +210,7 @@ void ymNotificationCenter::State::serveBus()
     servingBusOnLoop = false;
 }
 
-void ymNotificationCenter::State::received(sdbus::Message &message)
+void ymNotificationCenter::State::received(sdbus::Message &message, const std::string &subscribed)
 {
     std::string name;
     std::map<std::string, sdbus::Variant> values;
@@ -226,6 +219,8 @@ void ymNotificationCenter::State::received(sdbus::Message &message)
     } catch (const sdbus::Error &) {
         return;  // not a notification of ours
     }
+    if (name != subscribed)
+        return;  // another name's, taken by a rule that could not name this one
     UserInfo userInfo;
     for (auto &[key, value] : values) {
         if (value.containsValueOfType<std::string>())

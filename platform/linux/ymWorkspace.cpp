@@ -99,11 +99,10 @@ pid_t launchDetached(const std::string &executablePath, const std::vector<std::s
 {
     // Forked twice, so that the application is nobody's child here (never a zombie of ours) and
     // leads a session of its own. Between fork and exec only async-signal-safe calls are made.
-    std::vector<char *> argv;
-    argv.push_back(const_cast<char *>(executablePath.c_str()));
-    for (const std::string &argument : arguments)
-        argv.push_back(const_cast<char *>(argument.c_str()));
-    argv.push_back(nullptr);
+    std::vector<char *> argv(arguments.size() + 2, nullptr);  // the last stays null: the end of the list
+    argv[0] = const_cast<char *>(executablePath.c_str());
+    for (size_t i = 0; i < arguments.size(); ++i)
+        argv[i + 1] = const_cast<char *>(arguments[i].c_str());
 
     int report[2];
     if (pipe2(report, O_CLOEXEC) != 0)

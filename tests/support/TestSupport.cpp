@@ -1,12 +1,14 @@
 #include "support/TestSupport.h"
 
 #include <YumoClientSdk/ymMainLoop.h>
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -82,6 +84,37 @@ CapturedStderr::~CapturedStderr()
     close(_savedFd);
     std::error_code ignored;
     std::filesystem::remove_all(std::filesystem::path(_path).parent_path(), ignored);
+}
+
+DescriptorsTakenButOne::DescriptorsTakenButOne()
+{
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    _limit = limit.rlim_cur;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 128);
+    int base = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (base < 0 || setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        close(base);
+        return;
+    }
+    for (int fd; (fd = dup(base)) != -1;)
+        _taken.push_back(fd);
+    close(base);
+}
+
+void DescriptorsTakenButOne::giveBack()
+{
+    for (int fd : _taken)
+        close(fd);
+    _taken.clear();
+    if (_limit != 0) {
+        rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = _limit;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        _limit = 0;
+    }
 }
 
 std::string CapturedStderr::text() const { return readFile(_path); }

@@ -52,6 +52,21 @@ private:
     std::string _path;
 };
 
+// Takes every descriptor the process may open but one (its limit lowered to 128 meanwhile); gives
+// them back, and the limit, when released or asked.
+class DescriptorsTakenButOne {
+public:
+    DescriptorsTakenButOne();
+    ~DescriptorsTakenButOne() { giveBack(); }
+    // True when the limit was lowered and reached.
+    bool taken() const { return !_taken.empty(); }
+    void giveBack();
+
+private:
+    std::vector<int> _taken;
+    unsigned long _limit = 0;
+};
+
 // Sends descriptor 2 to a file while the object lives, and reads back what was written.
 class CapturedStderr {
 public:
