@@ -128,9 +128,9 @@ TEST_F(FileUtils, FoldersMoveAcrossFileSystemsWithTheirModes)
     chmod((destination + "/private").c_str(), 0700);  // so that the folder can be cleaned away
 
     // A copy that cannot be made (no descriptor is left for it) fails, keeps the original and
-    // leaves no descriptor of its own open.
+    // leaves no descriptor of its own open. (Not with a sanitizer: its runtime needs descriptors.)
     ymtest::writeFile(at("single"), "1");
-    {
+    if (!ymtest::kSanitizerBuild) {
         ymtest::DescriptorsTakenButOne full;  // enough to open the original, not its copy
         ASSERT_TRUE(full.taken());
         EXPECT_EQ(ymMoveFile(at("single").c_str(), (other.path() + "/single").c_str()), NO);

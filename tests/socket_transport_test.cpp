@@ -370,6 +370,8 @@ TEST_F(SocketTransport, PeerThatListensAMomentAfterItsSocketAppearsIsReachedQuic
 
 TEST_F(SocketTransport, ServerOutOfDescriptorsAcceptsAgainOnceSomeAreFree)
 {
+    if (ymtest::kSanitizerBuild)
+        GTEST_SKIP() << "the sanitizer's runtime needs descriptors of its own";
     ymtest::CapturedStderr log;
     auto server = startServer(path, serverSide);
     // The log is read through a descriptor opened now: no other can be opened for a while.

@@ -52,6 +52,14 @@ private:
     std::string _path;
 };
 
+// A build with a sanitizer: its runtime opens descriptors of its own (a pipe to test memory before
+// it reads it), and reports errors that are not there when none can be opened.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitizerBuild = true;
+#else
+inline constexpr bool kSanitizerBuild = false;
+#endif
+
 // Takes every descriptor the process may open but one (its limit lowered to 128 meanwhile); gives
 // them back, and the limit, when released or asked.
 class DescriptorsTakenButOne {
