@@ -96,6 +96,10 @@ TEST_F(ClientLocation, EachOfTheFourCandidatesIsFoundInTurn)
     EXPECT_EQ(helper().getYumoClientInstallPath(), system);
     std::filesystem::create_directories(home.path() + "/x.bundle");
     EXPECT_TRUE(helper().IsAppExist(home.path() + "/x.bundle"));
+
+    // A home given with a "/" at its end names the same folders.
+    setenv("HOME", (home.path() + "/").c_str(), 1);
+    EXPECT_EQ(helper().getYumoappUserAppPath(), home.path() + "/Applications/yumoapp.app");
 }
 
 TEST_F(ClientLocation, ThirdCandidateIsFoundFromInsideOutlooksContainer)
@@ -326,7 +330,8 @@ TEST_F(ClientLaunch, LaunchStartsTheClientOnceThenActivatesIt)
     launched.push_back(bundle);
     EXPECT_TRUE(helper().LaunchYumoClient());
     ASSERT_TRUE(ymtest::eventually([&] { return helper().isYumoRunning(); }));
-    EXPECT_EQ(processesOf(bundle).size(), 1u);
+    ASSERT_EQ(processesOf(bundle).size(), 1u);
+    EXPECT_NE(getsid(processesOf(bundle)[0]), getsid(0));  // in a session of its own, not the companion's
 
     // Running: activated with the launch URL, not launched again, and the answer is NO.
     EXPECT_FALSE(helper().LaunchYumoClient());

@@ -2,9 +2,12 @@
 // what it sends, byte for byte, and every example of a text it reads is read as the document says,
 // over real sockets from a peer that plays the meeting client and its host process.
 #include <YumoClientSdk/YMSocketIPCHelper.h>
+#include <YumoClientSdk/ymIPCMsgMgr.h>
 #include <YumoClientSdk/ymSdkImplement.h>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <mutex>
+#include <sdbus-c++/sdbus-c++.h>
 #include <regex>
 #include <sstream>
 #include <unistd.h>
@@ -98,6 +101,33 @@ TEST_F(Protocol, EveryExampleOfTheDocumentIsWhatTheSdkSendsAndReads)
     }
     for (int fd : {clientChannel, hostChannel, clientSocket, hostSocket})
         close(fd);
+}
+
+TEST_F(Protocol, TheDBusFormIsWhatTheDocumentSays)
+{
+    // A peer that knows only the document: its match rule, object path and signature.
+    std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();
+    std::mutex lock;
+    std::vector<std::pair<std::string, std::string>> heard;  // object path, content
+    auto slot = bus->addMatch("type='signal',interface='com.yumocorp.DistributedNotification',member='Notification',"
+                              "arg0='YumoLauncher3rdSdkToYyhost'",
+                              [&](sdbus::Message &message) {
+                                  std::string name;
+                                  std::map<std::string, sdbus::Variant> userInfo;
+                                  message >> name >> userInfo;
+                                  std::lock_guard<std::mutex> guard(lock);
+                                  heard.emplace_back(message.getPath(), userInfo.at("content").get<std::string>());
+                              });
+    bus->enterEventLoopAsync();
+    const std::string text = R"({"commandId":2,"data":[{"AudioCmd":5}],"deviceName":"Headset"})";
+    ymIPCMsgMgr::create()->sendIPCMessageToYyhost(text);
+    EXPECT_TRUE(ymtest::eventually([&] {
+        std::lock_guard<std::mutex> guard(lock);
+        return !heard.empty();
+    }));
+    bus->leaveEventLoop();
+    std::lock_guard<std::mutex> guard(lock);
+    EXPECT_EQ(heard, (std::vector<std::pair<std::string, std::string>>{{"/com/yumocorp/DistributedNotificationCenter", text}}));
 }
 
 }  // namespace
