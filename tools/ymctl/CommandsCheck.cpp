@@ -3,6 +3,8 @@
 // arrive (the transports' own channels), not as the facade reads them, so a field in the wrong
 // place is named instead of read as 0.
 #include <YumoClientSdk/YumoClientSdk.h>
+#include <algorithm>
+#include <functional>
 #include <YumoClientSdk/yStringUtils.h>
 
 #include "Commands.h"
@@ -213,45 +215,32 @@ int runCheckClient(Arguments &arguments, Output &output)
         toClient = [&](const std::string &text) { notifications->sendIPCMessageToYumoClient(text); };
         toHost = [&](const std::string &text) { notifications->sendIPCMessageToYyhost(text); };
     }
-    auto commandArrived = [&](int commandId, size_t from) {
-        return [&arrivals, commandId, from] {
-            for (size_t i = from; i < arrivals.size(); ++i)
-                if (arrivals[i].commandId() == commandId)
-                    return true;
-            return false;
-        };
+    // Runs the main loop until a text that fits has come after `from`, or the wait is over.
+    auto waitFor = [&](size_t from, const std::function<bool(const Arrival &)> &fits) {
+        ymMainLoop::shared().runUntil([&] { return std::any_of(arrivals.begin() + static_cast<long>(from), arrivals.end(), fits); },
+                                      wait);
     };
 
     // The presence answer: its shape, and the way it came.
+    auto isPresenceAnswer = [](const Arrival &arrival) { return arrival.commandId() == 1; };
     toClient(kPresenceRequest);
-    if (!ymMainLoop::shared().runUntil(commandArrived(1, 0), wait)) {
+    waitFor(0, isPresenceAnswer);
+    auto answer = std::find_if(arrivals.begin(), arrivals.end(), isPresenceAnswer);
+    if (answer == arrivals.end())
         checks.report("presence", false, "an answer with \"commandId\":1 within " + std::to_string(wait.count()) + " s", "none");
-    } else {
-        for (const Arrival &arrival : arrivals)
-            if (arrival.commandId() == 1) {
-                checkPresenceAnswer(checks, arrival, sockets);
-                break;
-            }
-    }
+    else
+        checkPresenceAnswer(checks, *answer, sockets);
 
     // An audio command for this companion's device: the event names it.
     size_t before = arrivals.size();
-    auto eventArrived = [&](int code, size_t from) {
-        return [&arrivals, code, from] {
-            for (size_t i = from; i < arrivals.size(); ++i)
-                if (isAudioEvent(arrivals[i], code))
-                    return true;
-            return false;
-        };
-    };
     toHost(audioCommand(5, kDeviceName));
-    ymMainLoop::shared().runUntil(eventArrived(5, before), wait);
+    waitFor(before, [](const Arrival &arrival) { return isAudioEvent(arrival, 5); });
     checkAudioEvent(checks, "audio", audioEventAfter(arrivals, before, 5), 5);
 
     // The release of the device is taken like any command.
     before = arrivals.size();
     toHost(audioCommand(ymAudioCommandRelease, kDeviceName));
-    ymMainLoop::shared().runUntil(eventArrived(ymAudioCommandRelease, before), wait);
+    waitFor(before, [](const Arrival &arrival) { return isAudioEvent(arrival, ymAudioCommandRelease); });
     std::optional<Arrival> released = audioEventAfter(arrivals, before, ymAudioCommandRelease);
     if (released)
         checkAudioEvent(checks, "release", released, ymAudioCommandRelease);
