@@ -181,10 +181,16 @@ TEST_F(FileUtils, BundleVersionFromXmlOrBinaryInfoPlist)
     EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "5.5");
 
     // A key holding a zero character (the parser would abort on it) makes no property list: in XML
-    // a reference to 0 (after one to another character).
-    ymtest::writeFile(at("junk.app/Contents/Info.plist"), "<plist><dict><key>CFBundleVersion</key><string>1&#65;</string>"
-                                                          "<key>K&#0;</key><string>x</string></dict></plist>");
-    EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "");
+    // a raw zero byte or a reference to 0 (after one to another character), in any notation...
+    const std::string version = "<plist><dict><key>CFBundleVersion</key><string>1&#65;</string>";
+    for (const std::string &zero : {std::string("\0", 1), std::string("&#0;"), std::string("&#x00;"), std::string("&#X0;")}) {
+        ymtest::writeFile(at("junk.app/Contents/Info.plist"), version + "<key>K" + zero + "</key><string>x</string></dict></plist>");
+        EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "") << zero;
+    }
+    // ...but "&#0;" that is no reference, in a comment or a CDATA section, is only text.
+    ymtest::writeFile(at("junk.app/Contents/Info.plist"), version + "<!-- &#0; --><key><![CDATA[K&#0;]]></key>"
+                                                          "<string><![CDATA[&#0;]]></string></dict></plist>");
+    EXPECT_STREQ(ymGetFileVersion(at("junk.app").c_str()), "1A");
 }
 
 TEST_F(FileUtils, BinaryInfoPlistsOfEveryWidthAndTablesThatDoNotHold)

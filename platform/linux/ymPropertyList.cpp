@@ -22,29 +22,15 @@ uint64_t bigEndian(const unsigned char *bytes, size_t count)
 }
 
 // libplist aborts (an assertion) when it is asked for a key or text that holds a zero byte, so
-// such lists are refused before they are parsed. In XML that is a raw zero byte or a character
-// reference to 0; in the binary form, a string object with a zero character. Anything else
-// malformed is left to the parser.
+// such lists are refused before they are parsed: in XML a raw zero byte (the parser itself
+// refuses a character reference to 0), in the binary form a string object with a zero character.
+// Anything else malformed is left to the parser.
 bool holdsZeroInText(const std::string &bytes, bool binary)
 {
     const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
     const size_t size = bytes.size();
-    if (!binary) {
-        if (bytes.find('\0') != std::string::npos)
-            return true;
-        for (size_t at = bytes.find("&#"); at != std::string::npos; at = bytes.find("&#", at + 2)) {
-            size_t i = at + 2;
-            bool hex = i < size && (bytes[i] == 'x' || bytes[i] == 'X');
-            if (hex)
-                ++i;
-            size_t digits = i;
-            while (i < size && bytes[i] == '0')
-                ++i;
-            if (i > digits && i < size && bytes[i] == ';')
-                return true;
-        }
-        return false;
-    }
+    if (!binary)
+        return bytes.find('\0') != std::string::npos;
     if (size < 40)
         return false;
     const unsigned char *trailer = data + size - 32;
