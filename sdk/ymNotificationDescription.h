@@ -15,8 +15,9 @@
 
 namespace ymNotificationDescription {
 
-// A dictionary's members as shown above; a value that is not a text is shown as a number, a
-// Boolean (1 or 0) or "(null)"; user information that is no dictionary shows as an empty one.
+// A dictionary's members as shown above, keys in ascending order; a number shows as its digits
+// (quoted when not bare, as "-5" and "1.5" are), a Boolean as 1 or 0, an array or dictionary
+// as "(null)"; user information that is no dictionary shows as an empty one.
 std::string describe(const std::optional<ymValue> &userInfo);
 
 }  // namespace ymNotificationDescription

@@ -93,6 +93,24 @@ TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)
     manager->onYumoClientMessageResponse(std::nullopt);
     EXPECT_NE(log.text().find("content=nobody hears this"), std::string::npos);
     EXPECT_NE(log.text().find("dict = (null)"), std::string::npos);
+
+    // A companion may hand the handler a dictionary of its own: it is listed as the platform
+    // lists one, keys in order, numbers quoted unless bare, content delivered.
+    auto receiver = std::make_shared<ymtest::MessageCollector>();
+    manager->setDelegate(receiver);
+    manager->onYumoClientMessageResponse(ymValue::dictionary({{"content", "c"},
+                                                               {"b", 5},
+                                                               {"a", -5},
+                                                               {"real", 1.5},
+                                                               {"whole", 2.0},
+                                                               {"yes", true},
+                                                               {"list", ymValue::array({1})},
+                                                               {"big", 1e20}}));
+    EXPECT_NE(log.text().find("dict = {\n    a = \"-5\";\n    b = 5;\n    big = \"1e+20\";\n    content = c;\n"
+                              "    list = (null);\n    real = \"1.5\";\n    whole = 2;\n    yes = 1;\n}"),
+              std::string::npos)
+        << log.text();
+    EXPECT_EQ(receiver->messages, std::vector<std::string>{"c"});
 }
 
 }  // namespace
