@@ -25,7 +25,6 @@ public:
     // The first signature ("signature" or "x-signature" element of the table of contents, in
     // document order), or nothing for an unsigned archive.
     struct Signature {
-        std::string style;
         // The text of each X509Certificate element, in order (base64).
         std::vector<std::string> certificates;
     };
@@ -35,12 +34,8 @@ public:
     // certificate or its base64 does not decode.
     std::optional<std::string> certificateData(size_t index) const;
 
-    // The inflated table of contents.
-    const std::string &tableOfContents() const { return _tableOfContents; }
-
 private:
     ymXarArchive() = default;
-    std::string _tableOfContents;
     std::optional<Signature> _firstSignature;
 };
 

@@ -64,12 +64,12 @@ StoredValue storedValue(const nlohmann::json &object, const char *key)
 
 StoredDevice parseEntry(const ymValue &element)
 {
-    StoredDevice device;
     if (!element.isText())
-        return device;
+        return {};
     std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(element.text());
     if (!parsed || !parsed->is_object())
-        return device;
+        return {};
+    StoredDevice device;
     device.deviceName = storedValue(*parsed, "deviceName");
     device.deviceIndex = storedValue(*parsed, "deviceIndex");
     return device;

@@ -132,7 +132,6 @@ std::optional<ymXarArchive> ymXarArchive::fromBytes(const std::string &bytes)
     if (!document)
         return std::nullopt;
     ymXarArchive archive;
-    archive._tableOfContents = std::move(*toc);
     xmlNodePtr root = xmlDocGetRootElement(document);
     xmlNodePtr tocElement = nullptr;
     if (root && named(root, "xar"))
@@ -143,10 +142,6 @@ std::optional<ymXarArchive> ymXarArchive::fromBytes(const std::string &bytes)
         if (!named(child, "signature") && !named(child, "x-signature"))
             continue;
         Signature signature;
-        if (xmlChar *style = xmlGetProp(child, reinterpret_cast<const xmlChar *>("style"))) {
-            signature.style = reinterpret_cast<const char *>(style);
-            xmlFree(style);
-        }
         collectCertificates(child, signature.certificates);
         archive._firstSignature = std::move(signature);
         break;
