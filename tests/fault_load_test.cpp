@@ -16,6 +16,7 @@
 
 #include "platform/ymNotificationCenter.h"
 #include "platform/ymPropertyList.h"
+#include "platform/ymUserDefaults.h"
 #include "support/FacadeFixture.h"
 #include "support/Processes.h"
 #include "support/SocketPeer.h"
@@ -235,6 +236,27 @@ TEST_F(SharedState, ListsThatCannotBeReadAreNeverOverwritten)
     EXPECT_TRUE(facade->RegisterAudioDevice("Headset", "1", 1, 1));
     EXPECT_TRUE(facade->isRegisteredDevice("Headset", "1"));
     EXPECT_EQ(ymtest::readFile(suite()), "this is not a property list");
+}
+
+TEST_F(SharedState, AChangeOfADomainAnswersWhetherItWasMade)
+{
+    auto setKey = [](const ymValue &) { return std::optional<ymValue>(ymValue::dictionary({{"key", "value"}})); };
+    auto noChange = [](const ymValue &) { return std::optional<ymValue>(); };
+    const std::string path = home.path() + "/Library/Preferences/Some.Domain.plist";
+    EXPECT_TRUE(ymUserDefaults::updateDomain("Some.Domain", noChange));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_TRUE(ymUserDefaults::updateDomain("Some.Domain", setKey));
+    EXPECT_EQ(ymUserDefaults::persistentDomain("Some.Domain")->find("key")->text(), "value");
+    // Refused: a name that is no file name, a domain that is not a dictionary or is no file at
+    // all, and no home.
+    EXPECT_FALSE(ymUserDefaults::updateDomain("Some/Domain", setKey));
+    ymtest::writeFile(path, "<plist><array/></plist>");
+    EXPECT_FALSE(ymUserDefaults::updateDomain("Some.Domain", setKey));
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_FALSE(ymUserDefaults::updateDomain("Some.Domain", setKey));
+    unsetenv("HOME");
+    EXPECT_FALSE(ymUserDefaults::updateDomain("Other.Domain", setKey));
 }
 
 TEST_F(SharedState, FoldersAndFifosWherePropertyListsAreRead)

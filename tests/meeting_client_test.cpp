@@ -6,13 +6,19 @@
 #include <YumoClientSdk/ymAppHelper.h>
 #include <YumoClientSdk/ymClientFeatureMgr.h>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "platform/ymGestalt.h"
 #include "platform/ymNotificationCenter.h"
+#include "platform/ymProcessTable.h"
 #include "platform/ymPropertyList.h"
 #include "platform/ymWorkspace.h"
 #include "support/FacadeFixture.h"
@@ -273,6 +279,72 @@ TEST_F(ClientLocation, FilePackagesAndTheProcessesOfABundle)
     }
     ymtest::ChildProcess client(bundle + "/Contents/MacOS/yumoapp", {"300"});
     EXPECT_TRUE(ymtest::eventually([&] { return helper().isYumoRunning(); }));
+}
+
+// Runs `scenario` as the first process of a pid namespace of its own, with a /proc of that
+// namespace; answers its exit status, or nothing where such a namespace cannot be made (it needs
+// root). The namespace ends with the scenario, and its processes with it.
+std::optional<int> inNewPidNamespace(const std::function<int()> &scenario)
+{
+    pid_t outer = fork();
+    if (outer == 0) {
+        if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            _exit(77);
+        pid_t first = fork();
+        if (first == 0) {
+            if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0)
+                _exit(77);
+            _exit(scenario());
+        }
+        int status = 0;
+        if (first < 0 || waitpid(first, &status, 0) != first)
+            _exit(78);
+        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 79);
+    }
+    int status = 0;
+    if (outer < 0 || waitpid(outer, &status, 0) != outer || !WIFEXITED(status))
+        return 80;
+    if (WEXITSTATUS(status) == 77)
+        return std::nullopt;
+    return WEXITSTATUS(status);
+}
+
+TEST_F(ClientLocation, AClientStartedAfterThePidCounterWrappedRuns)
+{
+    // The kernel hands out pids upwards and starts again from the bottom at its limit; a process
+    // with a pid below those seen before is new all the same.
+    const std::string executable =
+        ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.6.0") + "/Contents/MacOS/yumoapp";
+    std::optional<int> failedStep = inNewPidNamespace([&] {
+        auto nextPidAfter = [](long last) {
+            FILE *counter = std::fopen("/proc/sys/kernel/ns_last_pid", "w");
+            return counter && std::fprintf(counter, "%ld", last) > 0 && std::fclose(counter) == 0;
+        };
+        auto startedAndRunning = [&](long last) {
+            ymtest::ChildProcess client(executable, {"300"});
+            if (client.pid() != last + 1)
+                return false;
+            ymtest::eventually([&] {
+                std::error_code error;
+                return std::filesystem::read_symlink("/proc/" + std::to_string(client.pid()) + "/exe", error).string() ==
+                       executable;
+            });
+            for (const ymProcessTable::Process &process : ymProcessTable::applicationProcesses())
+                if (process.pid == client.pid())
+                    return process.executable == executable;
+            return false;
+        };
+        if (!nextPidAfter(30000))
+            return 77;
+        if (!startedAndRunning(30000))
+            return 1;
+        if (!nextPidAfter(100))
+            return 2;
+        return startedAndRunning(100) ? 0 : 3;
+    });
+    if (!failedStep)
+        GTEST_SKIP() << "no pid namespace of our own here (needs root)";
+    EXPECT_EQ(failedStep, 0);
 }
 
 // The processes running from a bundle.
