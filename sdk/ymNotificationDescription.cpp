@@ -1,9 +1,8 @@
 #include "sdk/ymNotificationDescription.h"
 
-#include <algorithm>
 #include <cctype>
-#include <cstdio>
-#include <vector>
+#include <charconv>
+#include <map>
 
 namespace ymNotificationDescription {
 namespace {
@@ -43,9 +42,10 @@ std::string shown(const ymValue &value)
     case ymValue::Type::integer:
         return quotedIfNeeded(std::to_string(value.integerValue()));
     case ymValue::Type::real: {
+        // The same in every locale: no decimal comma.
         char number[32];
-        std::snprintf(number, sizeof number, "%.16g", value.realValue());
-        return quotedIfNeeded(number);
+        std::to_chars_result end = std::to_chars(number, number + sizeof number, value.realValue(), std::chars_format::general, 16);
+        return quotedIfNeeded(std::string(number, end.ptr));
     }
     default:
         return "(null)";
@@ -59,13 +59,12 @@ std::string describe(const std::optional<ymValue> &userInfo)
     if (!userInfo)
         return "(null)";
     // Keys in ascending order, as the platform lists a dictionary whose keys are all texts.
-    std::vector<const ymValue::Members::value_type *> members;
-    for (const auto &member : userInfo->members())
-        members.push_back(&member);
-    std::stable_sort(members.begin(), members.end(), [](const auto *a, const auto *b) { return a->first < b->first; });
+    std::multimap<std::string, const ymValue *> sorted;
+    for (const auto &[key, value] : userInfo->members())
+        sorted.emplace(key, &value);
     std::string text = "{\n";
-    for (const auto *member : members)
-        text += "    " + quotedIfNeeded(member->first) + " = " + shown(member->second) + ";\n";
+    for (const auto &[key, value] : sorted)
+        text += "    " + quotedIfNeeded(key) + " = " + shown(*value) + ";\n";
     return text + "}";
 }
 

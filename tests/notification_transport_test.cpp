@@ -105,9 +105,10 @@ TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)
                                                                {"whole", 2.0},
                                                                {"yes", true},
                                                                {"list", ymValue::array({1})},
-                                                               {"big", 1e20}}));
+                                                               {"big", 1e20},
+                                                               {"tenth", 0.1}}));
     EXPECT_NE(log.text().find("dict = {\n    a = \"-5\";\n    b = 5;\n    big = \"1e+20\";\n    content = c;\n"
-                              "    list = (null);\n    real = \"1.5\";\n    whole = 2;\n    yes = 1;\n}"),
+                              "    list = (null);\n    real = \"1.5\";\n    tenth = \"0.1\";\n    whole = 2;\n    yes = 1;\n}"),
               std::string::npos)
         << log.text();
     EXPECT_EQ(receiver->messages, std::vector<std::string>{"c"});
