@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/ymBundle.h"
 #include "platform/ymGestalt.h"
 #include "platform/ymNotificationCenter.h"
 #include "platform/ymProcessTable.h"
@@ -279,6 +280,9 @@ TEST_F(ClientLocation, FilePackagesAndTheProcessesOfABundle)
     }
     ymtest::ChildProcess client(bundle + "/Contents/MacOS/yumoapp", {"300"});
     EXPECT_TRUE(ymtest::eventually([&] { return helper().isYumoRunning(); }));
+    // The folder itself is no executable of the bundle; the innermost bundle is the one.
+    EXPECT_EQ(ymBundle::bundlePathOfExecutable("/A.app/Contents/MacOS/"), std::nullopt);
+    EXPECT_EQ(ymBundle::bundlePathOfExecutable("/A.app/Contents/MacOS/B.app/Contents/MacOS/b"), "/A.app/Contents/MacOS/B.app");
 }
 
 // Runs `scenario` as the first process of a pid namespace of its own, with a /proc of that
