@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <new>
 #include <string>
+#include <tuple>
 
 #include "support/TestSupport.h"
 
@@ -47,16 +48,8 @@ TEST(CInterface, MemoryRunningOutGivesTheFailureAnswersAndNothingElse)
     ymCleanupAudioDevices();
     allocationsFail = false;
 
-    EXPECT_EQ(features, 0);
-    EXPECT_EQ(available, 0);
-    EXPECT_EQ(registered, NO);
-    EXPECT_EQ(presence, ymCommandStatusNoTransport);
-    EXPECT_EQ(errorText, "");
-    EXPECT_TRUE(noInstallPath);
-    EXPECT_EQ(version, "");
-    EXPECT_TRUE(noLanguage);
-    EXPECT_EQ(stateRead, NO);
-    EXPECT_EQ(packageSigned, NO);
+    EXPECT_EQ(std::tie(features, available, registered, presence, errorText, noInstallPath, version, noLanguage, stateRead, packageSigned),
+              std::make_tuple(0, 0, NO, ymCommandStatusNoTransport, "", true, "", true, NO, NO));
 
     // With memory again, the same calls are answered: nothing was left half made.
     EXPECT_STREQ(ymGetErrorText(), "0:Error YumoClientNotInstall");

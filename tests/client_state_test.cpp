@@ -59,6 +59,12 @@ protected:
         return text;
     }
     std::string bundle() const { return home.path() + "/Applications/yumoapp.app"; }
+    // Every field of a state as one text: one comparison checks them all.
+    static std::string fields(const YMClientState_s &state)
+    {
+        return std::to_string(state.change) + (state.installed ? " installed" : " absent") + (state.running ? " running " : " idle ") +
+               std::to_string(state.transport) + " " + state.version + " " + state.installPath;
+    }
 
     ymSdkImplement *sdk = nullptr;
     std::vector<YMClientState_s> told;
@@ -67,35 +73,21 @@ protected:
 
 TEST_F(ClientState, StartQuitAndRestartAsAnotherVersionAreToldWithTheirTransport)
 {
-    YMClientState_s now = sdk->GetClientState();
-    EXPECT_EQ(now.change, ymClientChangeNone);
-    EXPECT_FALSE(now.installed);
-    EXPECT_FALSE(now.running);
-    EXPECT_EQ(now.transport, ymClientTransportNone);
+    EXPECT_EQ(fields(sdk->GetClientState()), fields({ymClientChangeNone, false, false, ymClientTransportNone, "", bundle()}));
 
     auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
-    YMClientState_s started = waitFor(ymClientChangeStarted);
-    EXPECT_TRUE(started.installed);
-    EXPECT_TRUE(started.running);
-    EXPECT_EQ(started.version, "5.6.0");
-    EXPECT_EQ(started.transport, ymClientTransportSockets);
-    EXPECT_EQ(started.installPath, bundle());
+    EXPECT_EQ(fields(waitFor(ymClientChangeStarted)), fields({ymClientChangeStarted, true, true, ymClientTransportSockets, "5.6.0", bundle()}));
     EXPECT_EQ(sdk->GetIMPresenceStatus(), ymCommandStatusSent);
 
     client.reset();  // killed and reaped
-    YMClientState_s quit = waitFor(ymClientChangeQuit);
-    EXPECT_TRUE(quit.installed);
-    EXPECT_FALSE(quit.running);
-    EXPECT_EQ(quit.transport, ymClientTransportNone);
+    EXPECT_EQ(fields(waitFor(ymClientChangeQuit)), fields({ymClientChangeQuit, true, false, ymClientTransportNone, "5.6.0", bundle()}));
     EXPECT_EQ(sdk->GetIMPresenceStatus(), ymCommandStatusClientNotRunning);
 
     // An older client in its place speaks notifications: updated first, then started.
     client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.5.0", {"--quiet"}));
-    YMClientState_s updated = waitFor(ymClientChangeUpdated);
-    EXPECT_EQ(updated.version, "5.5.0");
-    started = waitFor(ymClientChangeStarted);
-    EXPECT_EQ(started.version, "5.5.0");
-    EXPECT_EQ(started.transport, ymClientTransportNotifications);
+    EXPECT_EQ(fields(waitFor(ymClientChangeUpdated)), fields({ymClientChangeUpdated, true, false, ymClientTransportNone, "5.5.0", bundle()}));
+    EXPECT_EQ(fields(waitFor(ymClientChangeStarted)),
+              fields({ymClientChangeStarted, true, true, ymClientTransportNotifications, "5.5.0", bundle()}));
     EXPECT_EQ(sdk->GetClientState().transport, ymClientTransportNotifications);
 
     // Each change is told once, in the order it happened.
@@ -115,24 +107,16 @@ TEST_F(ClientState, BundleRemovedWhileTheClientRunsIsToldAsItsEnd)
     // The process goes on, but runs no meeting client's bundle any more: it quit, and the client
     // was removed, in that order; commands find no client running.
     std::filesystem::remove_all(bundle());
-    YMClientState_s removed = waitFor(ymClientChangeRemoved);
-    EXPECT_FALSE(removed.installed);
-    EXPECT_FALSE(removed.running);
-    EXPECT_EQ(removed.transport, ymClientTransportNone);
+    EXPECT_EQ(fields(waitFor(ymClientChangeRemoved)), fields({ymClientChangeRemoved, false, false, ymClientTransportNone, "", bundle()}));
     ASSERT_EQ(told.size(), before + 2);
-    EXPECT_EQ(told[before].change, ymClientChangeQuit);
-    EXPECT_EQ(told[before].version, "5.6.0");
+    EXPECT_EQ(fields(told[before]), fields({ymClientChangeQuit, true, false, ymClientTransportNone, "5.6.0", bundle()}));
     EXPECT_EQ(sdk->GetIMPresenceStatus(), ymCommandStatusClientNotRunning);
 
     // Installed again (its old process ended first): told, with the new version.
     client.reset();
     ymtest::ChildProcess install(ymtest::toolProgram("ymsim"), {"install", "--version", "5.6.1"});
     ASSERT_EQ(install.wait(), 0);
-    YMClientState_s back = waitFor(ymClientChangeInstalled);
-    EXPECT_TRUE(back.installed);
-    EXPECT_FALSE(back.running);
-    EXPECT_EQ(back.version, "5.6.1");
-    EXPECT_EQ(back.installPath, bundle());
+    EXPECT_EQ(fields(waitFor(ymClientChangeInstalled)), fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.1", bundle()}));
     EXPECT_EQ(told.size(), before + 3);
 }
 
@@ -147,9 +131,8 @@ TEST_F(ClientState, InstalledWhereItsDefaultsSayIsToldAtOnce)
     ymtest::writeFile(home.path() + "/Library/Preferences/com.yumocorp.yumoapp.plist", ymPropertyList::serialize(domain, true));
     EXPECT_FALSE(sdk->GetClientState().installed);
     ymtest::makeAppBundle(elsewhere, "yumoapp.app", "com.yumocorp.yumoapp", "5.6.2");
-    YMClientState_s installed = waitFor(ymClientChangeInstalled, std::chrono::seconds(20));
-    EXPECT_EQ(installed.installPath, elsewhere + "/yumoapp.app/");
-    EXPECT_EQ(installed.version, "5.6.2");
+    EXPECT_EQ(fields(waitFor(ymClientChangeInstalled, std::chrono::seconds(20))),
+              fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.2", elsewhere + "/yumoapp.app/"}));
 }
 
 void recordChange(const ymClientState *state, void *context)
@@ -189,27 +172,24 @@ TEST_F(ClientState, CInterfaceTellsTheSameChangesInPlainTypes)
 
 TEST_F(ClientState, YmctlWatchPrintsOneObjectPerChangeAndEndsCleanlyOnSignals)
 {
+    // Every field, as the watch prints it in JSON.
+    auto state = [&](const char *change, bool installed, bool running, const char *version, const char *transport) {
+        return nlohmann::json{{"change", change},   {"installed", installed}, {"running", running},
+                              {"version", version}, {"transport", transport}, {"installPath", bundle()}};
+    };
     for (int signalNumber : {SIGTERM, SIGINT}) {
         ymtest::ChildProcess watch(ymtest::toolProgram("ymctl"), {"--json", "watch"});
-        auto now = nlohmann::json::parse(watch.readLine().value_or("{}"));
-        EXPECT_EQ(now["change"], "now");
-        EXPECT_EQ(now["installed"], signalNumber == SIGINT);  // installed by the first round
+        auto next = [&] { return nlohmann::json::parse(watch.readLine().value_or("{}")); };
+        const bool again = signalNumber == SIGINT;  // installed by the first round
+        EXPECT_EQ(next(), state("now", again, false, again ? "5.6.0" : "", "none"));
 
         auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
-        if (signalNumber == SIGTERM) {
-            auto installed = nlohmann::json::parse(watch.readLine().value_or("{}"));
-            EXPECT_EQ(installed["change"], "installed");
+        if (!again) {
+            EXPECT_EQ(next(), state("installed", true, false, "5.6.0", "none"));
         }
-        auto started = nlohmann::json::parse(watch.readLine().value_or("{}"));
-        EXPECT_EQ(started["change"], "started");
-        EXPECT_EQ(started["running"], true);
-        EXPECT_EQ(started["version"], "5.6.0");
-        EXPECT_EQ(started["transport"], "sockets");
-        EXPECT_EQ(started["installPath"], bundle());
+        EXPECT_EQ(next(), state("started", true, true, "5.6.0", "sockets"));
         client.reset();
-        auto quit = nlohmann::json::parse(watch.readLine().value_or("{}"));
-        EXPECT_EQ(quit["change"], "quit");
-        EXPECT_EQ(quit["transport"], "none");
+        EXPECT_EQ(next(), state("quit", true, false, "5.6.0", "none"));
 
         kill(watch.pid(), signalNumber);
         EXPECT_EQ(watch.wait(), 0) << "after signal " << signalNumber;

@@ -150,11 +150,10 @@ TEST_F(SdkFacade, AudioEventsOnlyForDevicesRegisteredHere)
 TEST_F(SdkFacade, InboundTextsThatAreNotMessagesAndFeatures)
 {
     auto facade = makeFacade();
-    EXPECT_EQ(facade->onMessageRecieved(std::nullopt), -1);
-    EXPECT_EQ(facade->onMessageRecieved(std::string("not json")), -1);
-    EXPECT_EQ(facade->onMessageRecieved(std::string(R"({"commandId":3})")), 0);
-    EXPECT_EQ(facade->onMessageRecieved(std::string("[1,2]")), 0);
-    EXPECT_EQ(facade->onMessageRecieved(std::string(R"({"commandId":1,"data":"x","result":7})")), 0);
+    const std::pair<std::optional<std::string>, int32_t> answers[] = {
+        {std::nullopt, -1}, {"not json", -1}, {R"({"commandId":3})", 0}, {"[1,2]", 0}, {R"({"commandId":1,"data":"x","result":7})", 0}};
+    for (const auto &[text, answer] : answers)
+        EXPECT_EQ(facade->onMessageRecieved(text), answer) << text.value_or("(nil)");
     ASSERT_EQ(delegate->presence.size(), 1u);  // a presence answer with nothing readable in it
     EXPECT_EQ(ymtest::fieldsOf(delegate->presence[0]), "error=0 code=0 text=(nil) presence=0 reserved=0");
     EXPECT_TRUE(delegate->audio.empty());

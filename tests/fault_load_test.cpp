@@ -1,7 +1,6 @@
 // Faults and load with real processes: peers that break off, go away or flood, many peers at
-// once, companions racing on the shared list, and a file system that does not cooperate. Each
-// test checks that the companion lives on and that nothing it was given is lost beyond what the
-// transport allows (a text cut off by a peer that closes, a write to a server that went away).
+// once, companions racing on the shared list, a file system that does not cooperate. Each test
+// checks that the companion lives on and loses nothing beyond what the transport allows.
 #include <YumoClientSdk/YMSocketIPCChannel.h>
 #include <YumoClientSdk/YMSocketIPCHelper.h>
 #include <YumoClientSdk/ymAppHelper.h>
@@ -287,9 +286,8 @@ TEST_F(SharedState, FoldersAndFifosWherePropertyListsAreRead)
 
 TEST_F(SharedState, LeftoversOfKilledWritersAreRemovedByTheNextWrite)
 {
-    // A companion killed while it registers may leave its temporary file behind (a kill between
-    // the write and the rename); one is put there as such a kill leaves it, in case this one
-    // did not land there.
+    // A companion killed between a write and its rename leaves its temporary file behind; one is
+    // put there as such a kill leaves it, in case this kill did not land there.
     {
         ymtest::ChildProcess registrar(ymtest::helperProgram("companion_peer"), {"bulk-register", "K", "100000"});
         ASSERT_TRUE(ymtest::eventually([&] { return ymtest::sharedDeviceTexts().size() >= 20; }));
@@ -335,7 +333,6 @@ TEST_F(SharedState, HostProcessThatRestartsIsHeardByACompanionThatOnlyListens)
         // The host process starts (again): the companion connects by itself, without sending.
         int listening = ymtest::listenOn(*YMSocketIPCHelper_SDK::ipcSocketPathForYyHost());
         int host = ymtest::acceptOne(listening);
-        ASSERT_GE(host, 0);
         for (int i = 0; i < 20; ++i)
             ASSERT_TRUE(ymtest::writeText(host, event));
         ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->audio.size() == 20u * start; }));
@@ -371,26 +368,24 @@ TEST_F(SharedState, ReleasedFacadesLeaveNothingBehindHereOrInTheClient)
     // The simulator's descriptors while it serves nobody yet: it closes a companion's connection only
     // once it has read its end, which may come after the companion has let go of everything.
     const long clientDescriptors = entries(simulator + "/fd");
-    // What is made once, at its first use, is made by a first round trip: the notification centre's
-    // connection, the loops' descriptors, the process table's. The I/O thread ends with its sockets.
-    {
+    long threads = 0, descriptors = 0, clientThreads = 0;
+    for (int i = -1; i < 50; ++i) {
+        // What is made once, at its first use, is made by a first round trip (round -1): the
+        // notification centre's connection, the loops' descriptors, the process table's. The I/O
+        // thread ends with its sockets; the client's threads are those it has once it served one.
+        if (i == 0) {
+            ASSERT_TRUE(ymtest::eventually([] { return !ymtest::ioThreadRuns(); }));
+            threads = ymtest::threadCount();
+            descriptors = ymtest::openDescriptors();
+            clientThreads = entries(simulator + "/task");
+        }
         auto delegate = std::make_shared<ymtest::RecordingDelegate>();
         auto facade = ymSdkImplement::create();
         facade->setDelegate(delegate);
         ASSERT_EQ(facade->GetIMPresenceStatus(), 0);
-        ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return delegate->presence.size() == 1; }));
-    }
-    ASSERT_TRUE(ymtest::eventually([] { return !ymtest::ioThreadRuns(); }));
-    const long threads = ymtest::threadCount(), descriptors = ymtest::openDescriptors();
-    const long clientThreads = entries(simulator + "/task");  // its threads once it has served one
-    for (int i = 0; i < 50; ++i) {
-        auto delegate = std::make_shared<ymtest::RecordingDelegate>();
-        auto facade = ymSdkImplement::create();
-        facade->setDelegate(delegate);
-        ASSERT_EQ(facade->GetIMPresenceStatus(), 0);
-        // Every other one is released with its answer under way: it reaches nobody.
-        if (i % 2 == 0) {
-            // (The simulator answers every companion connected: an earlier facade's answer may come too.)
+        // Every other one is released with its answer under way: it reaches nobody. (The simulator
+        // answers every companion connected: an earlier facade's answer may come too.)
+        if (i % 2 != 1) {
             ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return !delegate->presence.empty(); }));
         }
     }

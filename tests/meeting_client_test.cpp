@@ -30,25 +30,20 @@ namespace {
 
 const char *const kIdentifier = "com.yumocorp.yumoapp";
 
+ymAppHelper &helper() { return *ymAppHelper::sharedInstance(); }
+
 class ClientLocation : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        // The system Applications folder is moved into the test's own folder.
-        savedSystemPath = kYumoappAppLaunchPath;
-        systemApplications = home.path() + "/SystemApplications";
-        systemFormat = systemApplications + "/%@";
-        kYumoappAppLaunchPath = systemFormat.c_str();
-    }
+    // The system Applications folder is moved into the test's own folder.
+    void SetUp() override { kYumoappAppLaunchPath = systemFormat.c_str(); }
     void TearDown() override { kYumoappAppLaunchPath = savedSystemPath; }
 
-    ymAppHelper &helper() { return *ymAppHelper::sharedInstance(); }
     std::string userApplications() const { return home.path() + "/Applications"; }
 
     ymtest::TemporaryHome home;
-    std::string systemApplications;
-    std::string systemFormat;
-    const char *savedSystemPath = nullptr;
+    std::string systemApplications = home.path() + "/SystemApplications";
+    std::string systemFormat = systemApplications + "/%@";
+    const char *savedSystemPath = kYumoappAppLaunchPath;
 };
 
 TEST_F(ClientLocation, EachOfTheFourCandidatesIsFoundInTurn)
@@ -233,10 +228,7 @@ TEST_F(ClientLocation, AnotherUsersClientDoesNotRun)
     ASSERT_EQ(chmod(home.path().c_str(), 0755), 0);
     std::string executable = ymtest::makeAppBundle(userApplications(), "yumoapp.app", kIdentifier, "5.6.0") + "/Contents/MacOS/yumoapp";
     ymtest::ChildProcess nobodys("/usr/bin/setpriv", {"--reuid=65534", "--regid=65534", "--clear-groups", executable, "300"});
-    ASSERT_TRUE(ymtest::eventually([&] {
-        std::error_code error;
-        return std::filesystem::read_symlink("/proc/" + std::to_string(nobodys.pid()) + "/exe", error).string() == executable;
-    }));
+    ASSERT_TRUE(ymtest::eventuallyRuns(nobodys.pid(), executable));
     EXPECT_FALSE(helper().isYumoRunning());
     EXPECT_FALSE(helper().isAppRunningWithBundleIdentifier(std::string(kIdentifier)));
     EXPECT_EQ(ymAPIErrorMgr::sharedInstance()->checkYumoAppError(), 5);
@@ -272,10 +264,7 @@ TEST_F(ClientLocation, FilePackagesAndTheProcessesOfABundle)
         std::filesystem::create_directories(std::filesystem::path(elsewhere).parent_path());
         std::filesystem::copy_file("/bin/sleep", elsewhere, std::filesystem::copy_options::overwrite_existing);
         ymtest::ChildProcess process(elsewhere, {"300"});
-        ASSERT_TRUE(ymtest::eventually([&] {
-            std::error_code error;
-            return std::filesystem::read_symlink("/proc/" + std::to_string(process.pid()) + "/exe", error).string() == elsewhere;
-        }));
+        ASSERT_TRUE(ymtest::eventuallyRuns(process.pid(), elsewhere));
         EXPECT_FALSE(helper().isYumoRunning()) << elsewhere;
     }
     ymtest::ChildProcess client(bundle + "/Contents/MacOS/yumoapp", {"300"});
@@ -328,11 +317,7 @@ TEST_F(ClientLocation, AClientStartedAfterThePidCounterWrappedRuns)
             ymtest::ChildProcess client(executable, {"300"});
             if (client.pid() != last + 1)
                 return false;
-            ymtest::eventually([&] {
-                std::error_code error;
-                return std::filesystem::read_symlink("/proc/" + std::to_string(client.pid()) + "/exe", error).string() ==
-                       executable;
-            });
+            ymtest::eventuallyRuns(client.pid(), executable);
             for (const ymProcessTable::Process &process : ymProcessTable::applicationProcesses())
                 if (process.pid == client.pid())
                     return process.executable == executable;
@@ -384,8 +369,6 @@ protected:
         ymNotificationCenter::defaultCenter().post("TestMarker", std::nullopt);
         ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return !marker->empty(); }));
     }
-    ymAppHelper &helper() { return *ymAppHelper::sharedInstance(); }
-
     std::vector<std::string> launched;
 };
 

@@ -98,15 +98,8 @@ TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)
     // lists one, keys in order, numbers quoted unless bare, content delivered.
     auto receiver = std::make_shared<ymtest::MessageCollector>();
     manager->setDelegate(receiver);
-    manager->onYumoClientMessageResponse(ymValue::dictionary({{"content", "c"},
-                                                               {"b", 5},
-                                                               {"a", -5},
-                                                               {"real", 1.5},
-                                                               {"whole", 2.0},
-                                                               {"yes", true},
-                                                               {"list", ymValue::array({1})},
-                                                               {"big", 1e20},
-                                                               {"tenth", 0.1}}));
+    manager->onYumoClientMessageResponse(ymValue::dictionary({{"content", "c"}, {"b", 5}, {"a", -5}, {"real", 1.5}, {"whole", 2.0},
+                                                               {"yes", true}, {"list", ymValue::array({1})}, {"big", 1e20}, {"tenth", 0.1}}));
     EXPECT_NE(log.text().find("dict = {\n    a = \"-5\";\n    b = 5;\n    big = \"1e+20\";\n    content = c;\n"
                               "    list = (null);\n    real = \"1.5\";\n    tenth = \"0.1\";\n    whole = 2;\n    yes = 1;\n}"),
               std::string::npos)

@@ -4,12 +4,10 @@
 #include <YumoClientSdk/YMSocketIPCHelper.h>
 #include <YumoClientSdk/ymIPCMsgMgr.h>
 #include <YumoClientSdk/ymSdkImplement.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sdbus-c++/sdbus-c++.h>
 #include <regex>
-#include <sstream>
 #include <unistd.h>
 
 #include "support/FacadeFixture.h"
@@ -26,10 +24,7 @@ struct Example {
 
 std::vector<Example> examplesOfTheProtocol()
 {
-    std::ifstream file(YMSDK_SOURCE_DIR "/docs/PROTOCOL.md");
-    std::stringstream document;
-    document << file.rdbuf();
-    std::string text = document.str();
+    const std::string text = ymtest::readFile(YMSDK_SOURCE_DIR "/docs/PROTOCOL.md");
     static const std::regex marked("<!-- protocol-example: ([^>]*) -->\n```json\n([^\n]*)\n```");
     std::vector<Example> examples;
     for (auto it = std::sregex_iterator(text.begin(), text.end(), marked); it != std::sregex_iterator(); ++it)

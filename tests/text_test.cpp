@@ -74,13 +74,11 @@ TEST(Envelope, InboundFieldsAndResultFollowTheReadingRules)
         EXPECT_FALSE(reading.text.has_value());
     }
 
-    // commandId as a number or as decimal text; missing, or a message that is not an object, is 0.
-    EXPECT_EQ(ymIPCMessage::commandId(parsed(R"({"commandId":2})")), 2);
-    EXPECT_EQ(ymIPCMessage::commandId(parsed(R"({"commandId":" 1"})")), 1);
-    EXPECT_EQ(ymIPCMessage::commandId(parsed(R"({"commandId":4294967297})")), 1);  // taken as 32 bits
-    EXPECT_EQ(ymIPCMessage::commandId(parsed(R"({"from":1})")), 0);
-    EXPECT_EQ(ymIPCMessage::commandId(parsed("5")), 0);
-    EXPECT_EQ(ymIPCMessage::commandId(parsed(R"({"commandId":null})")), 0);
+    // commandId as a number (taken as 32 bits) or decimal text; missing, or not an object: 0.
+    const std::pair<const char *, int32_t> ids[] = {{R"({"commandId":2})", 2}, {R"({"commandId":" 1"})", 1}, {R"({"commandId":4294967297})", 1},
+                                                    {R"({"from":1})", 0},      {"5", 0},                     {R"({"commandId":null})", 0}};
+    for (const auto &[text, id] : ids)
+        EXPECT_EQ(ymIPCMessage::commandId(parsed(text)), id) << text;
 
     // The last element holding the key wins; elements that are not objects are passed over.
     nlohmann::json presence = parsed(R"({"commandId":1,"data":[{"PresenceStatus":3},7,{"x":1},{"PresenceStatus":"4"}]})");
@@ -115,17 +113,14 @@ TEST(StringUtils, ReadingAndWritingTellNilFromEmpty)
 
     EXPECT_EQ(yStringUtils::toArrayOrNSDictionary("5"), nlohmann::json(5));
     EXPECT_EQ(yStringUtils::toArrayOrNSDictionary("\"s\""), nlohmann::json("s"));
-    std::optional<nlohmann::json> null = yStringUtils::toArrayOrNSDictionary("null");
-    ASSERT_TRUE(null.has_value());
-    EXPECT_TRUE(null->is_null());
+    EXPECT_EQ(yStringUtils::toArrayOrNSDictionary("null"), nlohmann::json(nullptr));
     EXPECT_TRUE(yStringUtils::toArrayOrNSDictionary(R"({"a":1})")->is_object());
     for (const char *bad : {"not json", "{\"a\":", "{\"a\":1} trailing", "[1,]", "\"\xff\""})
         EXPECT_FALSE(yStringUtils::toArrayOrNSDictionary(std::string(bad)).has_value()) << bad;
     ymData bytes = {'[', '1', ']'};
     EXPECT_EQ(yStringUtils::toArrayOrNSDictionaryWithData(bytes), nlohmann::json::array({1}));
 
-    std::optional<std::string> empty = yStringUtils::toJSONString(nlohmann::json::object());
-    EXPECT_EQ(empty, "{}");  // an empty object still has text, so it is returned
+    EXPECT_EQ(yStringUtils::toJSONString(nlohmann::json::object()), "{}");  // an empty object still has text, so it is returned
 
     std::optional<std::string> text = yStringUtils::toJSONString(nlohmann::json{{"deviceName", "A"}, {"usbVid", 2830}});
     EXPECT_EQ(text, "{\n  \"deviceName\": \"A\",\n  \"usbVid\": 2830\n}");
@@ -158,14 +153,11 @@ TEST(TextRules, FoundationReadingsOfTextsAndValues)
     EXPECT_EQ(ymText::intValue("abc"), 0);
     EXPECT_EQ(ymText::intValue("-2147483649"), INT32_MIN);
     EXPECT_EQ(ymText::integerValue("9223372036854775808"), INT64_MAX);
-    EXPECT_TRUE(ymText::boolValue(" +0007"));
-    EXPECT_FALSE(ymText::boolValue("0"));
-    EXPECT_FALSE(ymText::boolValue("no"));
-    EXPECT_TRUE(ymText::boolValue("yes"));
+    for (auto [text, value] : {std::pair{" +0007", true}, {"0", false}, {"no", false}, {"yes", true}})
+        EXPECT_EQ(ymText::boolValue(text), value) << text;
 
-    EXPECT_EQ(ymText::utf16Length("abc"), 3u);
-    EXPECT_EQ(ymText::utf16Length("\xc3\xa9"), 1u);          // é
-    EXPECT_EQ(ymText::utf16Length("\xf0\x9f\x8e\xa7"), 2u);  // 🎧 takes a surrogate pair
+    for (auto [text, units] : {std::pair{"abc", 3u}, {"\xc3\xa9", 1u}, {"\xf0\x9f\x8e\xa7", 2u}})  // é; 🎧 takes a surrogate pair
+        EXPECT_EQ(ymText::utf16Length(text), units) << text;
     EXPECT_EQ(ymText::componentsSeparatedBy("5.6.", "."), (std::vector<std::string>{"5", "6", ""}));
     EXPECT_EQ(ymText::trimmingWhitespaceAndNewlines(" \t{}\r\n\xe2\x80\xa8\xe3\x80\x80"), "{}");
     EXPECT_EQ(ymText::trimmingWhitespaceAndNewlines("{}\xe3\x81\xae"), "{}\xe3\x81\xae");  // a letter, not a space

@@ -88,17 +88,13 @@ TEST_F(Ymctl, StatusFollowsTheClientAndDevicesAreRegisteredListedAndCleanedUp)
 
 TEST_F(Ymctl, CheckClientPassesTheSimulatorAndNamesTheFieldAMeetingClientGetsWrong)
 {
-    auto verdicts = [](const Result &result) {
-        std::map<std::string, std::string> found;
-        for (const json &object : result.objects)
-            found[object.at("check")] = object.at("result");
-        return found;
-    };
     for (const char *version : {"5.6.0", "5.5.0"}) {
         ymtest::RunningClient client = ymtest::RunningClient::simulator(version, {"--quiet"});
         Result checked = ymctl({"--json", "check-client"});
         EXPECT_EQ(checked.status, 0) << version;
-        std::map<std::string, std::string> found = verdicts(checked);
+        std::map<std::string, std::string> found;
+        for (const json &object : checked.objects)
+            found[object.at("check")] = object.at("result");
         for (const char *check : {"running", "transport", "presence.json", "presence.result", "presence.data", "audio.data",
                                   "audio.device", "release.data", "release.device", "audio.others"})
             EXPECT_EQ(found[check], "PASS") << version << " " << check;

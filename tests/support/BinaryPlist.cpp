@@ -1,15 +1,14 @@
 #include "support/BinaryPlist.h"
 
-#include <cstdint>
-
 namespace ymtest {
-namespace {
 
-void bigEndian(std::string &out, uint64_t value, int width)
+void appendBigEndian(std::string &out, uint64_t value, int width)
 {
     for (int shift = (width - 1) * 8; shift >= 0; shift -= 8)
         out.push_back(static_cast<char>((value >> shift) & 0xff));
 }
+
+namespace {
 
 // A count in the object's marker, or after it as an integer object when it is 15 or more.
 void marker(std::string &out, unsigned kind, size_t count)
@@ -20,7 +19,7 @@ void marker(std::string &out, unsigned kind, size_t count)
     }
     out.push_back(static_cast<char>((kind << 4) | 0x0f));
     out.push_back(static_cast<char>(0x13));  // an integer of 8 bytes
-    bigEndian(out, count, 8);
+    appendBigEndian(out, count, 8);
 }
 
 }  // namespace
@@ -35,9 +34,9 @@ BinaryPlist makeBinaryPlist(const std::vector<std::pair<std::string, std::string
     offsets.push_back(out.size());
     marker(out, 0xD, count);
     for (size_t i = 0; i < count; ++i)
-        bigEndian(out, 1 + i, referenceSize);
+        appendBigEndian(out, 1 + i, referenceSize);
     for (size_t i = 0; i < count; ++i)
-        bigEndian(out, 1 + count + i, referenceSize);
+        appendBigEndian(out, 1 + count + i, referenceSize);
     for (int part = 0; part < 2; ++part)
         for (const auto &entry : entries) {
             const std::string &text = part == 0 ? entry.first : entry.second;
@@ -47,14 +46,14 @@ BinaryPlist makeBinaryPlist(const std::vector<std::pair<std::string, std::string
         }
     plist.offsetTable = out.size();
     for (uint64_t offset : offsets)
-        bigEndian(out, offset, offsetSize);
+        appendBigEndian(out, offset, offsetSize);
     plist.trailer = out.size();
     out.append(6, '\0');  // unused, and the sort version
     out.push_back(static_cast<char>(offsetSize));
     out.push_back(static_cast<char>(referenceSize));
-    bigEndian(out, offsets.size(), 8);  // objects
-    bigEndian(out, 0, 8);               // the top object
-    bigEndian(out, plist.offsetTable, 8);
+    appendBigEndian(out, offsets.size(), 8);  // objects
+    appendBigEndian(out, 0, 8);               // the top object
+    appendBigEndian(out, plist.offsetTable, 8);
     return plist;
 }
 

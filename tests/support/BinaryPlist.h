@@ -2,6 +2,7 @@
 // references chosen by the test (libplist writes the smallest that fit, so both are usually 1).
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +14,9 @@ struct BinaryPlist {
     size_t offsetTable = 0;  // where the table of object offsets begins
     size_t trailer = 0;      // where the 32-byte trailer begins
 };
+
+// Appends `value` as `width` bytes, the most significant first.
+void appendBigEndian(std::string &out, uint64_t value, int width);
 
 // A dictionary of ASCII texts (the first object, then its keys, then its values), its offsets
 // `offsetSize` bytes wide and its references `referenceSize` bytes wide (1, 2, 4 or 8 each).

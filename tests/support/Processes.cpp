@@ -110,25 +110,20 @@ std::string helperProgram(const std::string &name) { return std::string(YMSDK_TE
 
 std::string toolProgram(const std::string &name) { return std::string(YMSDK_TOOLS_BINARY_DIR) + "/" + name; }
 
+bool eventuallyRuns(pid_t pid, const std::string &executable)
+{
+    return eventually([&] {
+        std::error_code error;
+        return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error).string() == executable;
+    });
+}
+
 namespace {
 
 std::string applicationsFolder()
 {
     const char *home = std::getenv("HOME");
     return std::string(home ? home : "") + "/Applications";
-}
-
-bool clientIsRunning(const std::string &bundle)
-{
-    return eventually([&] {
-        for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
-            std::error_code error;
-            std::filesystem::path exe = std::filesystem::read_symlink(entry.path() / "exe", error);
-            if (!error && exe.string().find(bundle + "/Contents/MacOS/") == 0)
-                return true;
-        }
-        return false;
-    });
 }
 
 }  // namespace
@@ -149,9 +144,9 @@ RunningClient RunningClient::silent(const std::string &version, const std::optio
     std::string where = folder.value_or(applicationsFolder());
     std::error_code ignored;
     std::filesystem::remove_all(where + "/yumoapp.app", ignored);
-    std::string bundle = makeAppBundle(where, "yumoapp.app", "com.yumocorp.yumoapp", version);
-    auto process = std::make_unique<ChildProcess>(bundle + "/Contents/MacOS/yumoapp", std::vector<std::string>{"300"});
-    if (!clientIsRunning(bundle))
+    const std::string executable = makeAppBundle(where, "yumoapp.app", "com.yumocorp.yumoapp", version) + "/Contents/MacOS/yumoapp";
+    auto process = std::make_unique<ChildProcess>(executable, std::vector<std::string>{"300"});
+    if (!eventuallyRuns(process->pid(), executable))
         throw std::runtime_error("the client process did not show");
     return RunningClient(std::move(process));
 }

@@ -39,6 +39,9 @@ private:
     bool _reaped = false;
 };
 
+// Waits until the process runs `executable` (it has exec'd it); answers whether it came to.
+bool eventuallyRuns(pid_t pid, const std::string &executable);
+
 // The path of a helper program built beside the tests.
 std::string helperProgram(const std::string &name);
 

@@ -5,13 +5,12 @@
 #include <openssl/x509.h>
 #include <zlib.h>
 
+#include "support/BinaryPlist.h"
+
 namespace ymtest {
 namespace {
 
-struct KeyFree {
-    void operator()(EVP_PKEY *key) const { EVP_PKEY_free(key); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
+using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 
 std::string der(X509 *certificate)
 {
@@ -22,19 +21,13 @@ std::string der(X509 *certificate)
     return result;
 }
 
-void appendBigEndian(std::string &out, uint64_t value, int bytes)
-{
-    for (int i = bytes - 1; i >= 0; --i)
-        out.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
-}
-
 }  // namespace
 
 std::vector<std::string> makeCertificateChain(const std::vector<std::string> &commonNames)
 {
     std::vector<Key> keys;
     for (size_t i = 0; i < commonNames.size(); ++i)
-        keys.emplace_back(EVP_EC_gen("P-256"));
+        keys.emplace_back(EVP_EC_gen("P-256"), EVP_PKEY_free);
     std::vector<std::string> chain;
     for (size_t i = 0; i < commonNames.size(); ++i) {
         size_t issuer = i + 1 < commonNames.size() ? i + 1 : i;

@@ -10,13 +10,18 @@
 namespace ymtest {
 namespace {
 
-sockaddr_un addressOf(const std::string &path)
+// A socket with `call` (connect or bind) made on it for the path; -1 on failure.
+int socketFor(const std::string &path, int (*call)(int, const sockaddr *, socklen_t))
 {
-    sockaddr_un address;
-    std::memset(&address, 0, sizeof address);
+    sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    return address;
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (call(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
 }
 
 }  // namespace
@@ -27,27 +32,12 @@ bool isSocketFile(const std::string &path)
     return stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
 }
 
-int connectTo(const std::string &path)
-{
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = addressOf(path);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
+int connectTo(const std::string &path) { return socketFor(path, ::connect); }
 
 int bindOn(const std::string &path)
 {
     unlink(path.c_str());
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = addressOf(path);
-    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
+    return socketFor(path, ::bind);
 }
 
 int listenOn(const std::string &path, int backlog)

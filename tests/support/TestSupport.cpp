@@ -15,9 +15,9 @@
 namespace ymtest {
 namespace {
 
-std::string makeTemporaryDirectory(const char *prefix, const std::string &parent = std::filesystem::temp_directory_path().string())
+std::string makeTemporaryDirectory(const char *prefix, const std::string &parent = "")
 {
-    std::string pattern = parent + "/" + prefix + "XXXXXX";
+    std::string pattern = (parent.empty() ? std::filesystem::temp_directory_path().string() : parent) + "/" + prefix + "XXXXXX";
     if (!mkdtemp(pattern.data()))
         throw std::runtime_error("mkdtemp failed");
     return pattern;
@@ -27,9 +27,7 @@ std::string makeTemporaryDirectory(const char *prefix, const std::string &parent
 
 TemporaryHome::TemporaryHome() : _path(makeTemporaryDirectory("ymhome-"))
 {
-    const char *home = std::getenv("HOME");
-    _hadHome = home != nullptr;
-    if (home)
+    if (const char *home = std::getenv("HOME"))
         _previousHome = home;
     setenv("HOME", _path.c_str(), 1);
     // The system language is the test's to choose, never the user's.
@@ -39,8 +37,8 @@ TemporaryHome::TemporaryHome() : _path(makeTemporaryDirectory("ymhome-"))
 
 TemporaryHome::~TemporaryHome()
 {
-    if (_hadHome)
-        setenv("HOME", _previousHome.c_str(), 1);
+    if (_previousHome)
+        setenv("HOME", _previousHome->c_str(), 1);
     else
         unsetenv("HOME");
     std::error_code ignored;
@@ -51,8 +49,6 @@ std::string TemporaryHome::groupContainer() const
 {
     return _path + "/Library/Group Containers/Q4W7N2R8TX.YumoClient3rd";
 }
-
-TemporaryDirectory::TemporaryDirectory() : _path(makeTemporaryDirectory("ymtest-")) {}
 
 TemporaryDirectory::TemporaryDirectory(const std::string &parent) : _path(makeTemporaryDirectory("ymtest-", parent)) {}
 
@@ -74,13 +70,7 @@ CapturedStderr::CapturedStderr() : _path(makeTemporaryDirectory("ymlog-") + "/st
 CapturedStderr::~CapturedStderr()
 {
     fflush(stderr);
-    if (_toDevNull) {
-        int devNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(devNull, STDERR_FILENO);
-        close(devNull);
-    } else {
-        dup2(_savedFd, STDERR_FILENO);
-    }
+    dup2(_savedFd, STDERR_FILENO);
     close(_savedFd);
     std::error_code ignored;
     std::filesystem::remove_all(std::filesystem::path(_path).parent_path(), ignored);

@@ -36,15 +36,13 @@ public:
 
 private:
     std::string _path;
-    std::string _previousHome;
-    bool _hadHome;
+    std::optional<std::string> _previousHome;
 };
 
 // A fresh temporary folder (in the system's, or in `parent`), removed with the object.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory();
-    explicit TemporaryDirectory(const std::string &parent);
+    explicit TemporaryDirectory(const std::string &parent = "");
     ~TemporaryDirectory();
     const std::string &path() const { return _path; }
 
@@ -83,14 +81,10 @@ public:
     std::string text() const;
     // The file descriptor 2 writes to.
     const std::string &path() const { return _path; }
-    // On destruction, send descriptor 2 to /dev/null instead of back to the terminal: for tests
-    // that leave a thread logging for the rest of the process.
-    void keepAwayFromTerminal() { _toDevNull = true; }
 
 private:
     std::string _path;
     int _savedFd;
-    bool _toDevNull = false;
 };
 
 // Polls `condition` until it holds or a generous limit passes; answers its last value. A limit
