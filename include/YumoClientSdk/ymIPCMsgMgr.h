@@ -53,7 +53,9 @@ public:
 
     /// Handles one received notification: hands its "content" to the delegate (a "content" that
     /// is not a text is handed over missing). User information that is missing, no dictionary,
-    /// or without "content" is logged and dropped.
+    /// or without "content" is logged and dropped. The log line lists the user information as the
+    /// platform lists a dictionary: keys in ascending order, texts and numbers quoted unless made
+    /// of letters, digits and "_" only ("1.5", "-5"), the same in every locale.
     void onYumoClientMessageResponse(const std::optional<ymValue> &userInfo);
 
     /// Posts the text to the meeting client; a missing text posts an empty user information.
