@@ -71,6 +71,7 @@ TEST_F(Transport, TwoHundredPeersReceiveOneBroadcast)
     ASSERT_TRUE(ymtest::eventually([] { return !ymtest::ioThreadRuns(); }));
     const long descriptorsBefore = ymtest::openDescriptors();
     auto server = listen();
+    EXPECT_TRUE(ymtest::ioThreadRuns());  // one thread, named for top and gdb, serves the sockets
     server->sendMessage(std::string("{\"commandId\":0}"));  // nobody to send to yet
     EXPECT_NE(log.text().find("-[ySocketServerImpl_SDK send:]: fd is "), std::string::npos);
     // A peer that writes half a message and goes: the half is all there will be of it.
