@@ -3,9 +3,9 @@
 // arrive (the transports' own channels), not as the facade reads them, so a field in the wrong
 // place is named instead of read as 0.
 #include <YumoClientSdk/YumoClientSdk.h>
+#include <YumoClientSdk/yStringUtils.h>
 #include <algorithm>
 #include <functional>
-#include <YumoClientSdk/yStringUtils.h>
 
 #include "Commands.h"
 
