@@ -5,6 +5,8 @@
 #include <YumoClientSdk/ymMainLoop.h>
 #include <mutex>
 
+#include "platform/ymMutex.h"
+
 #include "foundation/ymLog.h"
 #include "foundation/ymTextRules.h"
 #include "platform/ymIOLoop.h"
@@ -15,7 +17,7 @@
 struct YMSocketIPCChannel_SDK::Impl : ySocketDelegate, std::enable_shared_from_this<YMSocketIPCChannel_SDK::Impl> {
     std::shared_ptr<ySocketClientImpl_SDK> socketClient;
     std::shared_ptr<ySocketServerImpl_SDK> socketServer;
-    mutable std::mutex delegateLock;
+    mutable ymMutex delegateLock;
     YMSocketIPCChannelDelegate *delegate = nullptr;      // not retained
     std::weak_ptr<YMSocketIPCChannelDelegate> weakDelegate;  // or held weakly
     bool delegateIsWeak = false;
@@ -24,7 +26,7 @@ struct YMSocketIPCChannel_SDK::Impl : ySocketDelegate, std::enable_shared_from_t
     // The receiver now, kept alive for the call when it is held weakly.
     std::pair<YMSocketIPCChannelDelegate *, std::shared_ptr<YMSocketIPCChannelDelegate>> receiver() const
     {
-        std::lock_guard<std::mutex> guard(delegateLock);
+        std::lock_guard<ymMutex> guard(delegateLock);
         if (!delegateIsWeak)
             return {delegate, nullptr};
         std::shared_ptr<YMSocketIPCChannelDelegate> strong = weakDelegate.lock();
@@ -139,7 +141,7 @@ YMSocketIPCChannelDelegate *YMSocketIPCChannel_SDK::delegate() const { return _i
 
 void YMSocketIPCChannel_SDK::setDelegate(YMSocketIPCChannelDelegate *delegate)
 {
-    std::lock_guard<std::mutex> guard(_impl->delegateLock);
+    std::lock_guard<ymMutex> guard(_impl->delegateLock);
     _impl->delegate = delegate;
     _impl->weakDelegate.reset();
     _impl->delegateIsWeak = false;
@@ -147,7 +149,7 @@ void YMSocketIPCChannel_SDK::setDelegate(YMSocketIPCChannelDelegate *delegate)
 
 void YMSocketIPCChannel_SDK::setDelegate(const std::weak_ptr<YMSocketIPCChannelDelegate> &delegate)
 {
-    std::lock_guard<std::mutex> guard(_impl->delegateLock);
+    std::lock_guard<ymMutex> guard(_impl->delegateLock);
     _impl->delegate = nullptr;
     _impl->weakDelegate = delegate;
     _impl->delegateIsWeak = true;

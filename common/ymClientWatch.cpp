@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <unistd.h>
 #include <vector>
 
@@ -47,7 +49,7 @@ bool covers(const std::vector<std::string> &watched, const std::string &watchedE
 }  // namespace
 
 struct ymClientWatch::State : std::enable_shared_from_this<ymClientWatch::State> {
-    std::mutex lock;
+    ymMutex lock;
     ymFolderWatch folders;
     std::vector<std::string> watched;  // the folders armed, and the executable folder
     std::string watchedExec;
@@ -88,7 +90,7 @@ std::shared_ptr<const ymClientSnapshot> ymClientWatch::State::current()
     std::vector<Observer> toTell;
     bool resyncLoop = false;
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         bool changed = folders.changed() || foldersChanged;
         foldersChanged = false;
         bool fresh = snapshot && trusted && !changed && ymClientSnapshotIsForNow(*snapshot);
@@ -154,7 +156,7 @@ void ymClientWatch::State::take()
 
 void ymClientWatch::State::resync()
 {
-    std::lock_guard<std::mutex> guard(lock);
+    std::lock_guard<ymMutex> guard(lock);
     if (!use)
         return;  // no observers any more: the sources are ending
     std::weak_ptr<State> weak = weak_from_this();
@@ -216,7 +218,7 @@ void ymClientWatch::State::resync()
 void ymClientWatch::State::onChange(bool startAgain)
 {
     if (startAgain) {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         startChecks = 0;
     }
     current();
@@ -230,7 +232,7 @@ void ymClientWatch::State::onTimer()
     bool settling;
     bool newChanges;
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         newChanges = folders.pending();
         settling = quietTimer != nullptr;
     }
@@ -242,7 +244,7 @@ void ymClientWatch::State::onTimer()
 
 void ymClientWatch::State::onFoldersChanged()
 {
-    std::lock_guard<std::mutex> guard(lock);
+    std::lock_guard<ymMutex> guard(lock);
     if (!use)
         return;
     if (folders.changed() && !foldersChanged) {
@@ -257,7 +259,7 @@ void ymClientWatch::State::onFoldersChanged()
     quietTimer = ymIOLoop::Timer::after(delay, [weak] {
         if (std::shared_ptr<State> self = weak.lock()) {
             {
-                std::lock_guard<std::mutex> guard(self->lock);
+                std::lock_guard<ymMutex> guard(self->lock);
                 self->quietTimer.reset();
             }
             self->onChange(true);
@@ -296,7 +298,7 @@ uint64_t ymClientWatch::addObserver(Observer observer)
     uint64_t token;
     bool start;
     {
-        std::lock_guard<std::mutex> guard(_state->lock);
+        std::lock_guard<ymMutex> guard(_state->lock);
         token = _state->nextToken++;
         _state->observers.emplace(token, std::move(observer));
         start = !_state->use;
@@ -317,7 +319,7 @@ void ymClientWatch::removeObserver(uint64_t token)
 {
     std::shared_ptr<ymIOLoop::Use> use;
     {
-        std::lock_guard<std::mutex> guard(_state->lock);
+        std::lock_guard<ymMutex> guard(_state->lock);
         if (!_state->observers.erase(token) || !_state->observers.empty())
             return;
         use = std::move(_state->use);
@@ -325,7 +327,7 @@ void ymClientWatch::removeObserver(uint64_t token)
     // The sources end on the I/O thread, and the use of the thread is given up after them.
     ymIOLoop::shared().post([state = _state, use]() mutable {
         {
-            std::lock_guard<std::mutex> guard(state->lock);
+            std::lock_guard<ymMutex> guard(state->lock);
             state->stopSources();
         }
         use.reset();

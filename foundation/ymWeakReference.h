@@ -5,22 +5,24 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/ymMutex.h"
+
 template <typename T>
 class ymWeakReference {
 public:
     std::shared_ptr<T> get() const
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         return _reference.lock();
     }
 
     void set(std::weak_ptr<T> reference)
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         _reference = std::move(reference);
     }
 
 private:
-    mutable std::mutex _lock;
+    mutable ymMutex _lock;
     std::weak_ptr<T> _reference;
 };

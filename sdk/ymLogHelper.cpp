@@ -8,6 +8,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,7 +27,7 @@ const char *const kLimitVariable = "YUMOCLIENTSDK_LOG_LIMIT";
 
 // What the companion chose, and where the log went. Nothing under the lock writes a log line.
 struct LogState {
-    std::mutex lock;
+    ymMutex lock;
     bool redirected = false;     // the log has been sent to its file once: the choice is made
     bool takesChosen = false;
     bool takesStandardError = true;
@@ -88,7 +90,7 @@ void install(LogState &log, int fd)
 void restartLog()
 {
     LogState &log = state();
-    std::unique_lock<std::mutex> guard(log.lock, std::try_to_lock);
+    std::unique_lock<ymMutex> guard(log.lock, std::try_to_lock);
     if (!guard.owns_lock() || log.path.empty())
         return;  // being redirected right now
     unlink(log.path.c_str());
@@ -122,7 +124,7 @@ void readEnvironment(LogState &log)
 BOOL ymLogHelper::setTakesStandardError(BOOL takes)
 {
     LogState &log = state();
-    std::lock_guard<std::mutex> guard(log.lock);
+    std::lock_guard<ymMutex> guard(log.lock);
     if (log.redirected)
         return NO;
     log.takesChosen = true;
@@ -135,7 +137,7 @@ BOOL ymLogHelper::setLogSizeLimit(uint64_t bytes)
     if (bytes != 0 && bytes < kRunningLimitLeast)
         return NO;
     LogState &log = state();
-    std::lock_guard<std::mutex> guard(log.lock);
+    std::lock_guard<ymMutex> guard(log.lock);
     log.limitChosen = true;
     log.runningLimit = bytes;
     if (!log.path.empty())
@@ -146,7 +148,7 @@ BOOL ymLogHelper::setLogSizeLimit(uint64_t bytes)
 void ymLogHelper::redirectNSLog(BOOL fresh)
 {
     LogState &log = state();
-    std::lock_guard<std::mutex> guard(log.lock);
+    std::lock_guard<ymMutex> guard(log.lock);
     if (!log.redirected) {
         readEnvironment(log);
         log.redirected = true;

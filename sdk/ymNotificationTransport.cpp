@@ -25,22 +25,22 @@ int32_t ymNotificationTransport::send(Peer peer, const std::string &text)
 void ymNotificationTransport::close()
 {
     static auto *keptManagers = new std::vector<std::shared_ptr<ymIPCMsgMgr>>();
-    static auto *keptLock = new std::mutex();
+    static auto *keptLock = new ymMutex();
     std::shared_ptr<ymIPCMsgMgr> kept = manager();
     if (!kept)
         return;
-    std::lock_guard<std::mutex> guard(*keptLock);
+    std::lock_guard<ymMutex> guard(*keptLock);
     keptManagers->push_back(std::move(kept));
 }
 
 std::shared_ptr<ymIPCMsgMgr> ymNotificationTransport::manager() const
 {
-    std::lock_guard<std::mutex> guard(_lock);
+    std::lock_guard<ymMutex> guard(_lock);
     return _manager;
 }
 
 void ymNotificationTransport::setManager(const std::shared_ptr<ymIPCMsgMgr> &manager)
 {
-    std::lock_guard<std::mutex> guard(_lock);
+    std::lock_guard<ymMutex> guard(_lock);
     _manager = manager;
 }

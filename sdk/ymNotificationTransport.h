@@ -7,6 +7,8 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/ymMutex.h"
+
 #include "sdk/ymTransport.h"
 
 class ymNotificationTransport : public ymTransport {
@@ -23,6 +25,6 @@ public:
     void setManager(const std::shared_ptr<ymIPCMsgMgr> &manager);
 
 private:
-    mutable std::mutex _lock;
+    mutable ymMutex _lock;
     std::shared_ptr<ymIPCMsgMgr> _manager;
 };

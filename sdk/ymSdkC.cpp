@@ -10,6 +10,8 @@
 #include <YumoClientSdk/ymSdkImplement.h>
 #include <mutex>
 
+#include "platform/ymMutex.h"
+
 #include "foundation/ymAnswerStorage.h"
 
 namespace {
@@ -68,17 +70,17 @@ private:
     template <typename Callback>
     void store(Slot<Callback> &slot, Slot<Callback> value)
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         slot = value;
     }
     template <typename Callback>
     Slot<Callback> load(const Slot<Callback> &slot)
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         return slot;
     }
 
-    std::mutex _lock;
+    ymMutex _lock;
     Slot<ymPresenceStatusCallback> _presence;
     Slot<ymAudioInfoCallback> _audio;
 };

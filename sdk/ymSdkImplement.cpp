@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <vector>
 
 #include "common/ymClientWatch.h"
@@ -28,13 +30,13 @@ struct ymSdkImplement::Impl {
 
     /// The in-memory registry: written on the callers' threads, read on the main loop's.
     std::vector<DeviceEntry> devicesArray;
-    std::mutex devicesLock;
+    ymMutex devicesLock;
     ymWeakReference<ymSdkDelegate> delegate;
     std::atomic<int64_t> features{0};
     ymSocketTransport sockets;
     ymNotificationTransport notifications;
     /// The companion's handler of the client's changes, and the watch's observation that calls it.
-    std::mutex clientStateLock;
+    ymMutex clientStateLock;
     std::function<void(const YMClientState_s &)> clientStateHandler;
     uint64_t clientObservation = 0;
 
@@ -71,7 +73,7 @@ void ymSdkImplement::Impl::setUp(ymSdkImplement &facade)
     sockets.open(facade.weak_from_this());
     notifications.open(facade.weak_from_this());
 
-    std::lock_guard<std::mutex> guard(devicesLock);
+    std::lock_guard<ymMutex> guard(devicesLock);
     devicesArray.clear();
 }
 
@@ -134,7 +136,7 @@ bool ymSdkImplement::RegisterAudioDevice(const std::optional<std::string> &devic
 void ymSdkImplement::addToDeviceArray(const std::optional<std::string> &deviceName,
                                       const std::optional<std::string> &deviceIndex)
 {
-    std::lock_guard<std::mutex> guard(_impl->devicesLock);
+    std::lock_guard<ymMutex> guard(_impl->devicesLock);
     for (const Impl::DeviceEntry &entry : _impl->devicesArray) {
         // A missing value matches nothing, as a nil never equals a text.
         bool sameName = entry.deviceName && deviceName && *entry.deviceName == *deviceName;
@@ -149,7 +151,7 @@ void ymSdkImplement::CleanupAudioDevices()
 {
     std::vector<ymAudioDeviceStore::Device> devices;
     {
-        std::lock_guard<std::mutex> guard(_impl->devicesLock);
+        std::lock_guard<ymMutex> guard(_impl->devicesLock);
         if (_impl->devicesArray.empty())
             return;
         for (const Impl::DeviceEntry &entry : _impl->devicesArray)
@@ -157,7 +159,7 @@ void ymSdkImplement::CleanupAudioDevices()
     }
     ymAudioDeviceStore::CleanupResult result = ymAudioDeviceStore::removeDevices(devices);
     if (result.nothingStored) {
-        std::lock_guard<std::mutex> guard(_impl->devicesLock);
+        std::lock_guard<ymMutex> guard(_impl->devicesLock);
         _impl->devicesArray.clear();
         return;
     }
@@ -187,7 +189,7 @@ bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &device
         return false;
     bool registered = false;
     {
-        std::lock_guard<std::mutex> guard(_impl->devicesLock);
+        std::lock_guard<ymMutex> guard(_impl->devicesLock);
         for (const Impl::DeviceEntry &entry : _impl->devicesArray) {
             if (entry.deviceName == deviceName && entry.deviceIndex == deviceIndex) {
                 registered = true;
@@ -296,7 +298,7 @@ void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientStat
     uint64_t stop = 0;
     bool start = false;
     {
-        std::lock_guard<std::mutex> guard(_impl->clientStateLock);
+        std::lock_guard<ymMutex> guard(_impl->clientStateLock);
         _impl->clientStateHandler = std::move(handler);
         if (!_impl->clientStateHandler)
             stop = std::exchange(_impl->clientObservation, 0);
@@ -315,7 +317,7 @@ void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientStat
             return;
         std::function<void(const YMClientState_s &)> current;
         {
-            std::lock_guard<std::mutex> guard(self->_impl->clientStateLock);
+            std::lock_guard<ymMutex> guard(self->_impl->clientStateLock);
             current = self->_impl->clientStateHandler;
         }
         if (!current)
@@ -323,7 +325,7 @@ void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientStat
         for (const YMClientState_s &state : changesBetween(now, before))
             current(state);
     });
-    std::lock_guard<std::mutex> guard(_impl->clientStateLock);
+    std::lock_guard<ymMutex> guard(_impl->clientStateLock);
     if (_impl->clientObservation == 0 && _impl->clientStateHandler)
         _impl->clientObservation = token;
     else

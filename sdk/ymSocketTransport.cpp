@@ -32,7 +32,7 @@ void ymSocketTransport::close()
 
 std::shared_ptr<YMSocketIPCChannel_SDK> ymSocketTransport::channel(Peer peer) const
 {
-    std::lock_guard<std::mutex> guard(_lock);
+    std::lock_guard<ymMutex> guard(_lock);
     return peer == Peer::meetingClient ? _toYumo : _toYyhost;
 }
 
@@ -40,7 +40,7 @@ void ymSocketTransport::setChannel(Peer peer, const std::shared_ptr<YMSocketIPCC
 {
     std::shared_ptr<YMSocketIPCChannel_SDK> released;
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         std::shared_ptr<YMSocketIPCChannel_SDK> &field = peer == Peer::meetingClient ? _toYumo : _toYyhost;
         released = std::move(field);
         field = channel;

@@ -7,6 +7,8 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/ymMutex.h"
+
 #include "sdk/ymTransport.h"
 
 class ymSocketTransport : public ymTransport {
@@ -24,7 +26,7 @@ public:
 
 private:
     // Replaced by the setters on one thread while commands read them on others.
-    mutable std::mutex _lock;
+    mutable ymMutex _lock;
     std::shared_ptr<YMSocketIPCChannel_SDK> _toYumo;
     std::shared_ptr<YMSocketIPCChannel_SDK> _toYyhost;
 };

@@ -4,6 +4,8 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -48,8 +50,8 @@ std::string currentThreadDescription()
 // ends its sources, which holds it until it has run.
 struct ClientCore : ySocketConnection::Owner, std::enable_shared_from_this<ClientCore> {
     // Any thread, under the lock.
-    std::mutex lock;
-    std::condition_variable attempted;
+    ymMutex lock;
+    std::condition_variable_any attempted;
     // Attempts are asked for with a ticket each; an attempt answers the tickets asked before it
     // began (a later one gets an attempt of its own).
     uint64_t attemptsAsked = 0;
@@ -76,7 +78,7 @@ struct ClientCore : ySocketConnection::Owner, std::enable_shared_from_this<Clien
 
     std::shared_ptr<ySocketConnection> current()
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         return connection;
     }
     // Any thread: asks the I/O thread for one attempt; answers the ticket that waitFor() takes.
@@ -168,7 +170,7 @@ uint64_t ClientCore::askAttempt()
 {
     uint64_t ticket;
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         if (!wanted) {
             wanted = true;
             use = std::make_shared<ymIOLoop::Use>();
@@ -192,13 +194,13 @@ void ClientCore::waitFor(uint64_t ticket, Clock::time_point deadline)
 {
     if (ymIOLoop::onIOThread())
         return;
-    std::unique_lock<std::mutex> guard(lock);
+    std::unique_lock<ymMutex> guard(lock);
     attempted.wait_until(guard, deadline, [&] { return attemptsAnswered >= ticket; });
 }
 
 void ClientCore::answer(uint64_t ticket)
 {
-    std::lock_guard<std::mutex> guard(lock);
+    std::lock_guard<ymMutex> guard(lock);
     if (ticket > attemptsAnswered)
         attemptsAnswered = ticket;
     attempted.notify_all();
@@ -210,7 +212,7 @@ void ClientCore::stop()
     std::shared_ptr<ymIOLoop::Use> keptUse;
     uint64_t asked;
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         wanted = false;
         closing = std::move(connection);
         keptUse = std::move(use);
@@ -236,7 +238,7 @@ void ClientCore::stop()
             }
             std::shared_ptr<ySocketConnection> late;
             {
-                std::lock_guard<std::mutex> guard(self->lock);
+                std::lock_guard<ymMutex> guard(self->lock);
                 if (!self->wanted)
                     late = std::move(self->connection);  // made by an attempt asked for before the stop
             }
@@ -262,7 +264,7 @@ void ClientCore::attempt(bool fresh)
     std::optional<std::string> path;
     uint64_t ticket;
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         existing = connection;
         stillWanted = wanted;
         path = socketPath;
@@ -347,7 +349,7 @@ void ClientCore::connected(int fd)
     }
     uint64_t asked;
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         connection = made;
         asked = attemptsAsked;
     }
@@ -400,7 +402,7 @@ void ClientCore::retryAfter(std::chrono::milliseconds delay, std::chrono::millis
 void ClientCore::waitForPeer(int error)
 {
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         if (!wanted)
             return;
     }
@@ -462,7 +464,7 @@ void ClientCore::connectionEnded(ySocketConnection &ended)
     YM_LOG("%s: close socket %d, threadDict = %s", kDisconnect, ended.number(), currentThreadDescription().c_str());
     YM_LOG("%s: connect finished", kConnect);
     {
-        std::lock_guard<std::mutex> guard(lock);
+        std::lock_guard<ymMutex> guard(lock);
         if (connection.get() == &ended)
             connection.reset();
     }
@@ -473,13 +475,13 @@ void ClientCore::connectionEnded(ySocketConnection &ended)
 
 std::optional<std::string> ySocketClientImpl_SDK::socketPath() const
 {
-    std::lock_guard<std::mutex> guard(_impl->core->lock);
+    std::lock_guard<ymMutex> guard(_impl->core->lock);
     return _impl->core->socketPath;
 }
 
 void ySocketClientImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath)
 {
-    std::lock_guard<std::mutex> guard(_impl->core->lock);
+    std::lock_guard<ymMutex> guard(_impl->core->lock);
     _impl->core->socketPath = socketPath;
 }
 

@@ -75,7 +75,7 @@ ySocketConnection::~ySocketConnection()
 
 ySocketConnection::Written ySocketConnection::write(std::string_view bytes, std::function<void(bool whole)> done)
 {
-    std::unique_lock<std::mutex> guard(_lock);
+    std::unique_lock<ymMutex> guard(_lock);
     if (_closing || _fd < 0)
         return Written::failed;
     if (!_queue.empty()) {
@@ -124,7 +124,7 @@ void ySocketConnection::onIOThread(void (*work)(ySocketConnection &self))
 void ySocketConnection::close()
 {
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         if (_closing || _fd < 0)
             return;
         _closing = true;
@@ -139,7 +139,7 @@ void ySocketConnection::closeWhenFlushed()
 {
     bool flushed;
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         flushed = _queue.empty();
     }
     if (flushed) {
@@ -158,7 +158,7 @@ void ySocketConnection::ready(bool readable, bool writable, bool hangup)
         Completions completions;
         bool flushed;
         {
-            std::lock_guard<std::mutex> guard(_lock);
+            std::lock_guard<ymMutex> guard(_lock);
             writeQueued(completions);
             flushed = _queue.empty();
         }
@@ -263,7 +263,7 @@ void ySocketConnection::armTimer()
 {
     std::optional<Clock::time_point> due;
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         for (const Queued &queued : _queue)
             if (queued.sent == 0 && (!due || queued.deadline < *due))
                 due = queued.deadline;
@@ -284,7 +284,7 @@ void ySocketConnection::armTimer()
         Completions completions;
         bool flushed;
         {
-            std::lock_guard<std::mutex> guard(self->_lock);
+            std::lock_guard<ymMutex> guard(self->_lock);
             self->dropExpired(completions);
             flushed = self->_queue.empty();
         }
@@ -305,7 +305,7 @@ void ySocketConnection::end(bool byPeer)
     int fd;
     bool ownerClosed;
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         if (_fd < 0)
             return;
         fd = _fd;

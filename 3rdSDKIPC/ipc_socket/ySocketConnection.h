@@ -21,6 +21,8 @@
 #include <memory>
 #include <optional>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <string>
 #include <string_view>
 
@@ -93,7 +95,7 @@ private:
 
     // Guards the descriptor number and the queue: writers on any thread, the I/O thread writing
     // the queue, and the close.
-    mutable std::mutex _lock;
+    mutable ymMutex _lock;
     int _fd;
     std::deque<Queued> _queue;
     size_t _queuedBytes = 0;

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -28,9 +30,9 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 struct ServerCore : ySocketConnection::Owner, std::enable_shared_from_this<ServerCore> {
     std::atomic<int> fd{-1};  // the listening socket; -1 when there is none
     int cl = 0;               // never assigned; printed beside fd
-    std::mutex vecConnectionsLock;
+    ymMutex vecConnectionsLock;
     std::vector<std::shared_ptr<ySocketConnection>> vecConnections;
-    std::mutex propertiesLock;
+    ymMutex propertiesLock;
     std::optional<std::string> socketPath;
     ymWeakReference<ySocketDelegate> delegate;
 
@@ -175,7 +177,7 @@ void ServerCore::adopt(int connection)
     std::shared_ptr<ySocketConnection> served = ySocketConnection::serve(connection, weak_from_this(), kReader);
     if (!served)
         return;
-    std::lock_guard<std::mutex> guard(vecConnectionsLock);
+    std::lock_guard<ymMutex> guard(vecConnectionsLock);
     vecConnections.push_back(std::move(served));
 }
 
@@ -199,7 +201,7 @@ void ServerCore::connectionReceived(ySocketConnection &, const std::string &mess
 void ServerCore::connectionEnded(ySocketConnection &ended)
 {
     {
-        std::lock_guard<std::mutex> guard(vecConnectionsLock);
+        std::lock_guard<ymMutex> guard(vecConnectionsLock);
         auto found = std::find_if(vecConnections.begin(), vecConnections.end(),
                                   [&](const std::shared_ptr<ySocketConnection> &connection) { return connection.get() == &ended; });
         if (found != vecConnections.end())
@@ -212,7 +214,7 @@ bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK send:]";
     ServerCore &core = *_impl->core;
-    std::lock_guard<std::mutex> guard(core.vecConnectionsLock);
+    std::lock_guard<ymMutex> guard(core.vecConnectionsLock);
     if (core.fd.load() < 0 || core.vecConnections.empty()) {
         YM_LOG("%s: fd is %d,  connections %d!", kFn, core.fd.load(), static_cast<int>(core.vecConnections.size()));
         return false;
@@ -258,7 +260,7 @@ bool ySocketServerImpl_SDK::end()
             YM_LOG("%s: close success!", kFn);
         std::vector<std::shared_ptr<ySocketConnection>> connections;
         {
-            std::lock_guard<std::mutex> guard(core->vecConnectionsLock);
+            std::lock_guard<ymMutex> guard(core->vecConnectionsLock);
             connections.swap(core->vecConnections);
         }
         for (const std::shared_ptr<ySocketConnection> &connection : connections)
@@ -275,13 +277,13 @@ bool ySocketServerImpl_SDK::end()
 
 std::optional<std::string> ySocketServerImpl_SDK::socketPath() const
 {
-    std::lock_guard<std::mutex> guard(_impl->core->propertiesLock);
+    std::lock_guard<ymMutex> guard(_impl->core->propertiesLock);
     return _impl->core->socketPath;
 }
 
 void ySocketServerImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath)
 {
-    std::lock_guard<std::mutex> guard(_impl->core->propertiesLock);
+    std::lock_guard<ymMutex> guard(_impl->core->propertiesLock);
     _impl->core->socketPath = socketPath;
 }
 

@@ -2,9 +2,11 @@
 
 #include <mutex>
 
+#include "platform/ymMutex.h"
+
 namespace ymGestalt {
 namespace {
-std::mutex responderLock;
+ymMutex responderLock;
 std::function<int16_t(uint32_t, int32_t *)> &responder()
 {
     static auto *installed = new std::function<int16_t(uint32_t, int32_t *)>();
@@ -14,7 +16,7 @@ std::function<int16_t(uint32_t, int32_t *)> &responder()
 
 int16_t gestalt(uint32_t selector, int32_t *response)
 {
-    std::lock_guard<std::mutex> guard(responderLock);
+    std::lock_guard<ymMutex> guard(responderLock);
     if (responder())
         return responder()(selector, response);
     return kUndefinedSelectorError;
@@ -22,7 +24,7 @@ int16_t gestalt(uint32_t selector, int32_t *response)
 
 void setResponderForTesting(std::function<int16_t(uint32_t, int32_t *)> replacement)
 {
-    std::lock_guard<std::mutex> guard(responderLock);
+    std::lock_guard<ymMutex> guard(responderLock);
     responder() = std::move(replacement);
 }
 

@@ -1,15 +1,17 @@
 // The I/O thread on sd-event. Work posted from other threads waits in a queue that an eventfd
 // signals; the thread runs it between dispatches, and ends when no Use and no work is left.
 #include "platform/ymIOLoop.h"
+#include "platform/linux/ymEventSource.h"
 
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/inotify.h>
 #include <system_error>
 #include <systemd/sd-event.h>
 #include <thread>
@@ -28,7 +30,7 @@ thread_local sd_event *runningEvent = nullptr;
 }  // namespace
 
 struct ymIOLoop::State {
-    std::mutex lock;
+    ymMutex lock;
     std::deque<std::function<void()>> work;
     long uses = 0;
     bool running = false;
@@ -96,7 +98,7 @@ void ymIOLoop::State::run(sd_event *event, sd_event_source *wakeSource)
     for (;;) {
         std::deque<std::function<void()>> ready;
         {
-            std::lock_guard<std::mutex> guard(lock);
+            std::lock_guard<ymMutex> guard(lock);
             if (work.empty() && uses == 0) {
                 running = false;
                 break;
@@ -129,7 +131,7 @@ ymIOLoop::ymIOLoop() : _state(new State()) {}
 ymIOLoop::Use::Use()
 {
     State &state = *shared()._state;
-    std::lock_guard<std::mutex> guard(state.lock);
+    std::lock_guard<ymMutex> guard(state.lock);
     ++state.uses;
     _running = state.ensureRunning();
 }
@@ -137,7 +139,7 @@ ymIOLoop::Use::Use()
 ymIOLoop::Use::~Use()
 {
     State &state = *shared()._state;
-    std::lock_guard<std::mutex> guard(state.lock);
+    std::lock_guard<ymMutex> guard(state.lock);
     if (--state.uses == 0)
         state.wake();  // the thread looks again, and ends
 }
@@ -146,7 +148,7 @@ bool ymIOLoop::post(std::function<void()> work)
 {
     bool wasEmpty;
     {
-        std::lock_guard<std::mutex> guard(_state->lock);
+        std::lock_guard<ymMutex> guard(_state->lock);
         if (!_state->ensureRunning())
             return false;
         wasEmpty = _state->work.empty();
@@ -183,27 +185,14 @@ bool ymIOLoop::runAndWait(std::function<void()> work, std::chrono::milliseconds 
 
 bool ymIOLoop::onIOThread() { return onLoopThread; }
 
+sd_event *ymIOLoopEvent() { return runningEvent; }
+
 namespace {
 
-// What the sources share: the sd-event source, freed (and so silenced) with the object. The
-// handler is held by a shared pointer that each call copies first, so that a handler that destroys
-// its own source finishes with its captures intact.
-template <typename Handler>
-class SourceOf {
-protected:
-    explicit SourceOf(Handler handler) : _handler(std::make_shared<Handler>(std::move(handler))) {}
-    ~SourceOf() { sd_event_source_disable_unref(_source); }
-    std::shared_ptr<Handler> handler() const { return _handler; }
-    sd_event_source *_source = nullptr;
-
-private:
-    std::shared_ptr<Handler> _handler;
-};
-
-class DescriptorSource : public ymIOLoop::Descriptor, SourceOf<ymIOLoop::Descriptor::Handler> {
+class DescriptorSource : public ymIOLoop::Descriptor, ymIOLoopSourceOf<ymIOLoop::Descriptor::Handler> {
 public:
-    explicit DescriptorSource(Handler handler) : SourceOf(std::move(handler)) {}
-    bool add(int fd) { return runningEvent && sd_event_add_io(runningEvent, &_source, fd, EPOLLIN, onEvent, this) >= 0; }
+    explicit DescriptorSource(Handler handler) : ymIOLoopSourceOf(std::move(handler)) {}
+    bool add(int fd) { return ymIOLoopEvent() && sd_event_add_io(ymIOLoopEvent(), &_source, fd, EPOLLIN, onEvent, this) >= 0; }
     void setWritable(bool writable) override
     {
         if (writable != _writable && sd_event_source_set_io_events(_source, writable ? EPOLLIN | EPOLLOUT : EPOLLIN) >= 0)
@@ -220,15 +209,15 @@ private:
     bool _writable = false;
 };
 
-class TimerSource : public ymIOLoop::Timer, SourceOf<std::function<void()>> {
+class TimerSource : public ymIOLoop::Timer, ymIOLoopSourceOf<std::function<void()>> {
 public:
-    explicit TimerSource(std::function<void()> handler) : SourceOf(std::move(handler)) {}
+    explicit TimerSource(std::function<void()> handler) : ymIOLoopSourceOf(std::move(handler)) {}
     bool add(std::chrono::milliseconds delay, std::chrono::milliseconds slack)
     {
         uint64_t usec = static_cast<uint64_t>(std::max<long long>(delay.count(), 0)) * 1000;
         // sd-event takes an accuracy of 0 as its default of 250 ms: never ask for less than 1 us.
         uint64_t accuracy = std::max<uint64_t>(static_cast<uint64_t>(std::max<long long>(slack.count(), 0)) * 1000, 1);
-        return runningEvent && sd_event_add_time_relative(runningEvent, &_source, CLOCK_MONOTONIC, usec, accuracy, onTime, this) >= 0;
+        return ymIOLoopEvent() && sd_event_add_time_relative(ymIOLoopEvent(), &_source, CLOCK_MONOTONIC, usec, accuracy, onTime, this) >= 0;
     }
 
 private:
@@ -238,33 +227,6 @@ private:
         (*handler)();
         return 0;
     }
-};
-
-class DirectorySource : public ymIOLoop::DirectoryWatch, SourceOf<ymIOLoop::DirectoryWatch::Handler> {
-public:
-    explicit DirectorySource(Handler handler) : SourceOf(std::move(handler)) {}
-    bool add(const std::string &path)
-    {
-        const uint32_t mask = IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-        return runningEvent && sd_event_add_inotify(runningEvent, &_source, path.c_str(), mask, onEvent, this) >= 0;
-    }
-
-private:
-    static int onEvent(sd_event_source *, const struct inotify_event *event, void *userdata)
-    {
-        auto *self = static_cast<DirectorySource *>(userdata);
-        if (self->_ended)
-            return 0;
-        std::shared_ptr<Handler> handler = self->handler();
-        if (event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) {
-            self->_ended = true;
-            (*handler)(nullptr);
-        } else if (event->len > 0) {
-            (*handler)(event->name);
-        }
-        return 0;
-    }
-    bool _ended = false;
 };
 
 }  // namespace
@@ -280,10 +242,4 @@ std::unique_ptr<ymIOLoop::Timer> ymIOLoop::Timer::after(std::chrono::millisecond
 {
     auto source = std::make_unique<TimerSource>(std::move(handler));
     return source->add(delay, slack) ? std::move(source) : nullptr;
-}
-
-std::unique_ptr<ymIOLoop::DirectoryWatch> ymIOLoop::DirectoryWatch::watch(const std::string &path, Handler handler)
-{
-    auto source = std::make_unique<DirectorySource>(std::move(handler));
-    return source->add(path) ? std::move(source) : nullptr;
 }

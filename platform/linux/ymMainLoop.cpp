@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -18,7 +20,7 @@ struct ymMainLoop::State {
     int epollFd = -1;
     int wakeFd = -1;
 
-    std::mutex queueLock;
+    ymMutex queueLock;
     std::deque<std::function<void()>> queue;
 
     // Each source with the descriptor it is watched by: a source may change its descriptor (the
@@ -27,11 +29,11 @@ struct ymMainLoop::State {
         std::shared_ptr<Source> source;
         int fd;
     };
-    std::mutex sourcesLock;
+    ymMutex sourcesLock;
     std::vector<Watched> sources;
 
     // One thread dispatches at a time; the same thread may dispatch again from a callback.
-    std::recursive_mutex dispatchLock;
+    ymRecursiveMutex dispatchLock;
     std::atomic<bool> stopRequested{false};
 
     void wake() const
@@ -72,7 +74,7 @@ struct ymMainLoop::State {
 
     int sourcesTimeout()
     {
-        std::lock_guard<std::mutex> guard(sourcesLock);
+        std::lock_guard<ymMutex> guard(sourcesLock);
         int timeout = -1;
         for (const auto &watched : sources) {
             int wanted = watched.source->timeoutMilliseconds();
@@ -106,7 +108,7 @@ void ymMainLoop::post(std::function<void()> work)
 {
     bool wasEmpty;
     {
-        std::lock_guard<std::mutex> guard(_state->queueLock);
+        std::lock_guard<ymMutex> guard(_state->queueLock);
         wasEmpty = _state->queue.empty();
         _state->queue.push_back(std::move(work));
     }
@@ -119,14 +121,14 @@ int ymMainLoop::fileDescriptor() const { return _state->epollFd; }
 
 void ymMainLoop::addSource(const std::shared_ptr<Source> &source)
 {
-    std::lock_guard<std::mutex> guard(_state->sourcesLock);
+    std::lock_guard<ymMutex> guard(_state->sourcesLock);
     _state->sources.push_back({source, -1});
     _state->watch(_state->sources.back());
 }
 
 size_t ymMainLoop::dispatch()
 {
-    std::lock_guard<std::recursive_mutex> dispatching(_state->dispatchLock);
+    std::lock_guard<ymRecursiveMutex> dispatching(_state->dispatchLock);
 
     // Clear the signal before taking the queue: work posted after this point signals again.
     uint64_t count;
@@ -134,7 +136,7 @@ size_t ymMainLoop::dispatch()
     }
     std::deque<std::function<void()>> ready;
     {
-        std::lock_guard<std::mutex> guard(_state->queueLock);
+        std::lock_guard<ymMutex> guard(_state->queueLock);
         ready.swap(_state->queue);
     }
     for (auto &work : ready)
@@ -143,7 +145,7 @@ size_t ymMainLoop::dispatch()
 
     std::vector<std::shared_ptr<Source>> sources;
     {
-        std::lock_guard<std::mutex> guard(_state->sourcesLock);
+        std::lock_guard<ymMutex> guard(_state->sourcesLock);
         for (const auto &watched : _state->sources)
             sources.push_back(watched.source);
     }
@@ -151,7 +153,7 @@ size_t ymMainLoop::dispatch()
         source->dispatch();
     {
         // The descriptors and the events they wait for may have changed.
-        std::lock_guard<std::mutex> guard(_state->sourcesLock);
+        std::lock_guard<ymMutex> guard(_state->sourcesLock);
         for (auto &watched : _state->sources)
             _state->watch(watched);
     }

@@ -13,6 +13,8 @@
 #include <memory>
 #include <vector>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -31,7 +33,7 @@ std::atomic<int> destination{STDERR_FILENO};
 std::atomic<uint64_t> sizeLimit{0};
 std::atomic<uint64_t> writtenSinceLook{0};
 std::atomic<void (*)()> restartLog{nullptr};
-std::mutex &restarting = *new std::mutex();  // lines are written while the process exits
+ymMutex &restarting = *new ymMutex();  // lines are written while the process exits
 
 constexpr uint64_t kLookAtMost = 64 * 1024;
 
@@ -49,7 +51,7 @@ void noteWritten(int fd, size_t count)
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) < limit)
         return;
     // A line the restart writes, or one written meanwhile by another thread, does not restart again.
-    std::unique_lock<std::mutex> guard(restarting, std::try_to_lock);
+    std::unique_lock<ymMutex> guard(restarting, std::try_to_lock);
     void (*restart)() = restartLog.load();
     if (guard.owns_lock() && restart)
         restart();

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <poll.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <sys/timerfd.h>
@@ -39,7 +41,7 @@ std::string matchRuleFor(const std::string &name)
 struct ymNotificationCenter::State {
     // sdbus-c++ connections are not thread-safe: every use of the connection and the object holds
     // this lock. It is recursive because the bus calls the match handlers while it is held.
-    std::recursive_mutex lock;
+    ymRecursiveMutex lock;
     std::unique_ptr<sdbus::IConnection> connection;
     std::unique_ptr<sdbus::IObject> poster;
     std::chrono::steady_clock::time_point lastAttempt;
@@ -154,7 +156,7 @@ void ymNotificationCenter::State::reconnectIfDue()
 template <typename Use, typename Result>
 Result ymNotificationCenter::State::usingConnection(Use use, Result fallback)
 {
-    std::lock_guard<std::recursive_mutex> guard(lock);
+    std::lock_guard<ymRecursiveMutex> guard(lock);
     if (!connection)
         return fallback;
     try {
@@ -191,7 +193,7 @@ int ymNotificationCenter::State::busTimeout()
 
 void ymNotificationCenter::State::serveBus()
 {
-    std::lock_guard<std::recursive_mutex> guard(lock);
+    std::lock_guard<ymRecursiveMutex> guard(lock);
     if (!connection) {
         uint64_t expirations;
         while (read(retryTimer, &expirations, sizeof expirations) > 0) {
@@ -233,7 +235,7 @@ void ymNotificationCenter::State::deliver(const std::string &name, const UserInf
 {
     std::vector<Observer> observers;
     {
-        std::lock_guard<std::recursive_mutex> guard(lock);
+        std::lock_guard<ymRecursiveMutex> guard(lock);
         auto subscription = subscriptions.find(name);
         if (subscription == subscriptions.end())
             return;
@@ -256,7 +258,7 @@ ymNotificationCenter::ymNotificationCenter() : _state(new State())
 {
     _state->retryTimer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
     {
-        std::lock_guard<std::recursive_mutex> guard(_state->lock);
+        std::lock_guard<ymRecursiveMutex> guard(_state->lock);
         _state->connect();
     }
     ymMainLoop::shared().addSource(std::make_shared<BusSource>(*_state));
@@ -264,13 +266,13 @@ ymNotificationCenter::ymNotificationCenter() : _state(new State())
 
 bool ymNotificationCenter::isConnected()
 {
-    std::lock_guard<std::recursive_mutex> guard(_state->lock);
+    std::lock_guard<ymRecursiveMutex> guard(_state->lock);
     return _state->connection != nullptr;
 }
 
 uint64_t ymNotificationCenter::addObserver(const std::string &name, Observer observer)
 {
-    std::lock_guard<std::recursive_mutex> guard(_state->lock);
+    std::lock_guard<ymRecursiveMutex> guard(_state->lock);
     _state->reconnectIfDue();
     auto subscription = _state->subscriptions.find(name);
     if (subscription == _state->subscriptions.end()) {
@@ -287,7 +289,7 @@ uint64_t ymNotificationCenter::addObserver(const std::string &name, Observer obs
 
 void ymNotificationCenter::removeObserver(uint64_t token)
 {
-    std::lock_guard<std::recursive_mutex> guard(_state->lock);
+    std::lock_guard<ymRecursiveMutex> guard(_state->lock);
     auto named = _state->nameOfToken.find(token);
     if (named == _state->nameOfToken.end())
         return;
@@ -302,7 +304,7 @@ void ymNotificationCenter::removeObserver(uint64_t token)
 
 void ymNotificationCenter::post(const std::string &name, const std::optional<UserInfo> &userInfo)
 {
-    std::lock_guard<std::recursive_mutex> guard(_state->lock);
+    std::lock_guard<ymRecursiveMutex> guard(_state->lock);
     _state->reconnectIfDue();
     if (!_state->poster)
         return;

@@ -8,6 +8,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <optional>
 #include <string_view>
 #include <unistd.h>
@@ -87,7 +89,7 @@ class Table {
 public:
     std::vector<Process> applications()
     {
-        std::lock_guard<std::mutex> guard(_lock);
+        std::lock_guard<ymMutex> guard(_lock);
         Clock::time_point now = Clock::now();
         long lastPid = readLastPid();
         bool full = !_primed || lastPid < 0 || lastPid < _lastPid || lastPid - _lastPid > kMaximumNewPids ||
@@ -186,7 +188,7 @@ private:
         _lastFullScan = now;
     }
 
-    std::mutex _lock;
+    ymMutex _lock;
     std::unordered_map<long, Entry> _entries;
     long _lastPid = -1;
     bool _primed = false;

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <limits>
 #include <mutex>
+
+#include "platform/ymMutex.h"
 #include <sys/stat.h>
 #include <unordered_map>
 
@@ -289,14 +291,14 @@ constexpr size_t kMaximumCachedFiles = 128;
 std::shared_ptr<const ymValue> readFileShared(const std::string &path)
 {
     // Never destroyed: any thread may read while the process exits.
-    static auto *lock = new std::mutex();
+    static auto *lock = new ymMutex();
     static auto *cache = new std::unordered_map<std::string, CachedFile>();
     struct stat status;
     if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
     FileIdentity identity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
     {
-        std::lock_guard<std::mutex> guard(*lock);
+        std::lock_guard<ymMutex> guard(*lock);
         auto found = cache->find(path);
         if (found != cache->end() && found->second.identity == identity)
             return found->second.root;
@@ -305,7 +307,7 @@ std::shared_ptr<const ymValue> readFileShared(const std::string &path)
     if (!parsed)
         return nullptr;
     auto root = std::make_shared<const ymValue>(std::move(*parsed));
-    std::lock_guard<std::mutex> guard(*lock);
+    std::lock_guard<ymMutex> guard(*lock);
     if (cache->size() >= kMaximumCachedFiles)
         cache->clear();
     (*cache)[path] = CachedFile{identity, root};
