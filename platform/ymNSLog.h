@@ -1,6 +1,9 @@
 // The platform's line logger: one line of text to standard error, prefixed with the date and
 // time and "process[pid:tid] ", written with a single write so that lines from several threads
 // and processes never interleave.
+//
+// Writing a line never raises SIGPIPE: when the destination is a pipe or a socket whose reader is
+// gone, the line is dropped and the process goes on.
 #pragma once
 
 #include <cstdarg>
@@ -22,11 +25,16 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
 
 // Where lines go from now on: a descriptor of the log file's own, or -1 for standard error (the
 // default). A descriptor given here is written to until another is given; replace the file behind
-// it with dup2() rather than closing it, since another thread may be writing a line.
+// it with dup2() rather than closing it, since another thread may be writing a line, and then
+// give the same descriptor again, so that the kind of file behind it is looked at afresh.
 void ymNSLogSetDestination(int fd);
 
-// Once the file behind the destination has reached `bytes` (0: no limit, the default), `restart`
-// is called on the thread that wrote the line, at most once at a time, to start the log afresh.
-// The size is looked at after every sixteenth of the limit written (at most every 64 KiB), so
-// lines written by others to the same file count too.
-void ymNSLogSetSizeLimit(uint64_t bytes, void (*restart)());
+// Keeps the log's file in shape while lines are written (no keeper, the default: lines are only
+// written). Before a line is written, once this process has written a sixteenth of `bytes` since
+// the last look (at most 64 KiB; 64 KiB when `bytes` is 0, no limit), or a second has passed
+// since it, `look` is called on the writing thread with the destination's descriptor and
+// `bytes`, at most one call at a time in the process; a line written from inside the call is
+// written without a look. The keeper checks that the descriptor still names the log's path and
+// starts the log afresh once it has reached `bytes`; the line that caused the look is written
+// after it, to wherever the destination then leads.
+void ymNSLogSetKeeper(uint64_t bytes, void (*look)(int fd, uint64_t bytes));

@@ -1,14 +1,26 @@
 // The log: the shape of a line (date, process, then "<file>(<line>) " and the message, one write
-// per line), and standard error redirected to yumoclientsdk.log in the group container.
+// per line), standard error redirected to yumoclientsdk.log in the group container, and that file
+// shared by several processes which cut it, while no write of the log ends a process.
 #include <YumoClientSdk/CMD.h>
 #include <YumoClientSdk/ymLogHelper.h>
+#include <csignal>
+#include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
+#include <map>
+#include <numeric>
 #include <regex>
+#include <sstream>
 #include <thread>
+#include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "foundation/ymLog.h"
+#include "platform/ymNSLog.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -186,6 +198,159 @@ TEST_F(Stderr, StaysWhereItWasWhenTheLogCannotBeOpened)
     YM_LOG("%s", "still on the old stream");
     EXPECT_NE(captured.text().find("not redirected"), std::string::npos);
     EXPECT_NE(captured.text().find("still on the old stream"), std::string::npos);
+}
+
+// A child process forked from this one, which runs `body` and exits with what it answers.
+pid_t forked(const std::function<int()> &body)
+{
+    pid_t pid = fork();
+    if (pid == 0)
+        _exit(body());
+    return pid;
+}
+
+// The child's wait status: 0 when it exited with 0, not when a signal ended it.
+int waitStatus(pid_t pid)
+{
+    int status = -1;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+TEST_F(Stderr, FourProcessesCuttingTheLogKeepEveryLineFromTheLastCutOn)
+{
+    ASSERT_TRUE(ymLogHelper::setLogSizeLimit(65536));
+    ymLogHelper::redirectNSLog(NO);
+    int ready[2], go[2];
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(pipe(go), 0);
+    constexpr int kLines = 3000;
+    std::map<int, pid_t> writers;
+    for (int w = 0; w < 4; ++w)
+        writers[w] = forked([&, w] {
+            ymLogHelper::redirectNSLog(NO);  // as a companion starting: a descriptor of its own
+            std::string filler(100, static_cast<char>('a' + w));
+            for (int i = 0; i < kLines - 1; ++i)
+                YM_LOG("writer %d line %d %s", w, i, filler.c_str());
+            // The last line once the test holds the cut's lock: no later cut takes it away.
+            char byte;
+            if (write(ready[1], "r", 1) != 1 || read(go[0], &byte, 1) != 1)
+                return 2;
+            YM_LOG("writer %d line %d last", w, kLines - 1);
+            return 0;
+        });
+    char bytes[4];
+    size_t got = 0;
+    for (ssize_t n; got < sizeof bytes && (n = read(ready[0], bytes, sizeof bytes - got)) > 0;)
+        got += static_cast<size_t>(n);
+    EXPECT_EQ(got, sizeof bytes);
+    int lock = open(logPath().c_str(), O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(flock(lock, LOCK_EX), 0);  // waits for a cut under way
+    EXPECT_EQ(write(go[1], "gggg", 4), 4);
+    for (auto [w, pid] : writers)
+        EXPECT_EQ(waitStatus(pid), 0) << "writer " << w;
+    close(lock);
+
+    // Each writer's lines, in the order of the file, carry its own process id.
+    std::map<int, std::vector<int>> seen;
+    std::istringstream log(ymtest::readFile(logPath()));
+    for (std::string line; std::getline(log, line);) {
+        int w = -1, i = -1;
+        size_t at = line.find(") writer ");
+        if (at == std::string::npos || std::sscanf(line.c_str() + at, ") writer %d line %d", &w, &i) != 2)
+            continue;
+        seen[w].push_back(i);
+        EXPECT_NE(line.find("[" + std::to_string(writers[w]) + ":"), std::string::npos) << line;
+    }
+    for (int w = 0; w < 4; ++w) {
+        std::vector<int> &lines = seen[w];
+        ASSERT_FALSE(lines.empty()) << "writer " << w;
+        EXPECT_GT(lines.front(), 0) << "never cut";
+        std::vector<int> whole(lines.size());
+        std::iota(whole.begin(), whole.end(), lines.front());
+        EXPECT_EQ(lines, whole) << "writer " << w << " lost lines";
+        EXPECT_EQ(lines.back(), kLines - 1);
+    }
+    // What the others wrote counts for a writer's limit too: its next look cuts the log.
+    writeLinesPast(8192, "fifth");
+    EXPECT_LT(std::filesystem::file_size(logPath()), 65536u + 8192);
+}
+
+TEST_F(Stderr, AWriterGoesOnInTheLogThatAnotherProcessCutOrAUserRemovedOrReplaced)
+{
+    ymLogHelper::redirectNSLog(NO);
+    writeLinesPast(102400, "early");
+    // A second process starting cuts the log of 102400 bytes; the first's next line is in it.
+    EXPECT_EQ(waitStatus(forked([] {
+                  ymLogHelper::redirectNSLog(NO);
+                  YM_LOG("%s", "second process started");
+                  return 0;
+              })), 0);
+    YM_LOG("%s", "first goes on");
+    std::string log = ymtest::readFile(logPath());
+    EXPECT_EQ(log.find("early "), std::string::npos);
+    EXPECT_NE(log.find("first goes on"), std::string::npos);
+    EXPECT_LT(log.find("second process started"), log.find("first goes on"));
+
+    // Removed, then replaced: the writer opens the path anew at its next look (every 4 KiB here).
+    ASSERT_TRUE(ymLogHelper::setLogSizeLimit(65536));
+    ASSERT_EQ(unlink(logPath().c_str()), 0);
+    writeLinesPast(16384, "removed");
+    EXPECT_NE(ymtest::readFile(logPath()).find("removed 99 "), std::string::npos);
+    ymtest::writeFile(logPath() + ".new", "another program's\n");
+    ASSERT_EQ(rename((logPath() + ".new").c_str(), logPath().c_str()), 0);
+    writeLinesPast(16384, "replaced");
+    log = ymtest::readFile(logPath());
+    EXPECT_EQ(log.rfind("another program's\n", 0), 0u);
+    EXPECT_NE(log.find("replaced 99 "), std::string::npos);
+    {
+        ymtest::CapturedStderr elsewhere;  // the program sends standard error elsewhere: left there
+        writeLinesPast(16384, "elsewhere");
+        EXPECT_NE(elsewhere.text().find("elsewhere 99 "), std::string::npos);
+    }
+
+    // A process finding another cutting (holding the lock) leaves the cut to it.
+    int other = open(logPath().c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    ymLogHelper::redirectNSLog(YES);
+    EXPECT_GT(std::filesystem::file_size(logPath()), 0u);
+    close(other);
+    ymLogHelper::redirectNSLog(YES);
+    EXPECT_EQ(std::filesystem::file_size(logPath()), 0u);
+}
+
+TEST_F(Stderr, APipeOrSocketWithItsReaderGoneEndsNoProcess)
+{
+    std::string foreign = home.path() + "/h\x80";  // the log cannot move to its file there
+    pid_t pid = forked([&foreign] {
+        int broken[2], pair[2];
+        if (pipe(broken) != 0 || dup2(broken[1], STDERR_FILENO) < 0 || socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0)
+            return 2;
+        close(broken[0]);
+        close(pair[1]);
+        mkdir(foreign.c_str(), 0700);
+        setenv("HOME", foreign.c_str(), 1);
+        ymLogHelper::redirectNSLog(NO);
+        for (int i = 0; i < 3; ++i)
+            YM_LOG("line %d to a pipe nobody reads", i);
+        ymNSLogSetDestination(pair[0]);
+        YM_LOG("%s", "to a socket nobody reads");
+        ymNSLogSetDestination(-1);
+        // SIGPIPE is unblocked again; a caller blocking it finds none left by the log, and keeps its own.
+        sigset_t pipeOnly, now;
+        sigemptyset(&pipeOnly);
+        sigaddset(&pipeOnly, SIGPIPE);
+        if (pthread_sigmask(SIG_BLOCK, &pipeOnly, &now) != 0 || sigismember(&now, SIGPIPE))
+            return 3;
+        YM_LOG("%s", "with SIGPIPE blocked");
+        if (sigpending(&now) != 0 || sigismember(&now, SIGPIPE))
+            return 4;
+        raise(SIGPIPE);
+        YM_LOG("%s", "with the caller's SIGPIPE pending");
+        return sigpending(&now) == 0 && sigismember(&now, SIGPIPE) ? 0 : 5;
+    });
+    EXPECT_EQ(waitStatus(pid), 0) << "13 is SIGPIPE";
 }
 
 }  // namespace

@@ -1,75 +1,171 @@
 #include "platform/ymNSLog.h"
 
+#include "platform/ymFork.h"
+#include "platform/ymMutex.h"
 #include "platform/ymThreadLocal.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <pthread.h>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <algorithm>
 #include <memory>
-#include <vector>
 #include <mutex>
-
-#include "platform/ymMutex.h"
+#include <pthread.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 constexpr size_t kStackLineSize = 2048;
 
-// Bumped in the child of every fork, so that threads learn their process's new id without asking
-// the kernel on every line.
-std::atomic<unsigned> forkGeneration{1};
-[[maybe_unused]] const int registeredForkHandler = pthread_atfork(nullptr, nullptr, [] { forkGeneration.fetch_add(1); });
-
-// Where lines go, and the size past which the log is started afresh.
+// Where lines go, and who keeps the log's file in shape.
 std::atomic<int> destination{STDERR_FILENO};
 std::atomic<uint64_t> sizeLimit{0};
+std::atomic<void (*)(int, uint64_t)> keeper{nullptr};
 std::atomic<uint64_t> writtenSinceLook{0};
-std::atomic<void (*)()> restartLog{nullptr};
-ymMutex &restarting = *new ymMutex();  // lines are written while the process exits
+std::atomic<int64_t> lastLookSecond{-1};
+ymMutex &looking = *new ymMutex();  // lines are written while the process exits
 
 constexpr uint64_t kLookAtMost = 64 * 1024;
 
-// After a line: looks at the file's size once enough has been written since the last look.
-void noteWritten(int fd, size_t count)
+// What the destination is, as far as SIGPIPE goes: a pipe or a socket raises it when its reader
+// is gone, a file or a terminal does not. Looked at once per change of the destination (and at
+// every look of the keeper, once a second at most), not per line. Kept as one word: the number of
+// the change it was looked at for, times four, plus the kind.
+enum Kind : uint64_t { kPlain = 0, kPipe = 1, kSocket = 2 };
+std::atomic<uint64_t> destinationChanges{1};
+std::atomic<uint64_t> knownKind{0};
+
+Kind kindOf(int fd)
 {
-    uint64_t limit = sizeLimit.load(std::memory_order_relaxed);
-    if (limit == 0)
-        return;
-    uint64_t every = std::min<uint64_t>(kLookAtMost, std::max<uint64_t>(limit / 16, 1));
-    if (writtenSinceLook.fetch_add(count, std::memory_order_relaxed) + count < every)
-        return;
-    writtenSinceLook.store(0, std::memory_order_relaxed);
+    uint64_t change = destinationChanges.load(std::memory_order_acquire);
+    uint64_t known = knownKind.load(std::memory_order_acquire);
+    if (known >> 2 == change)
+        return static_cast<Kind>(known & 3);
+    // Looked at after the change was counted, so after the descriptor was put in place: a look
+    // that raced with a later change is simply made again by the next line.
     struct stat status;
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) < limit)
-        return;
-    // A line the restart writes, or one written meanwhile by another thread, does not restart again.
-    std::unique_lock<ymMutex> guard(restarting, std::try_to_lock);
-    void (*restart)() = restartLog.load();
-    if (guard.owns_lock() && restart)
-        restart();
+    Kind kind = kPlain;
+    if (fstat(fd, &status) == 0)
+        kind = S_ISSOCK(status.st_mode) ? kSocket : S_ISFIFO(status.st_mode) ? kPipe : kPlain;
+    knownKind.store(change << 2 | kind, std::memory_order_release);
+    return kind;
 }
 
+// Blocks SIGPIPE in this thread while it lives. Once a write met a reader that is gone (EPIPE),
+// the SIGPIPE that this write raised is taken back before the mask is restored, unless one was
+// pending already: that one is the process's own business and stays.
+class QuietPipe {
+public:
+    QuietPipe()
+    {
+        sigemptyset(&_pipe);
+        sigaddset(&_pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &_pipe, &_previous);
+        sigset_t pending;
+        sigemptyset(&pending);
+        _wasPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+    }
+    ~QuietPipe()
+    {
+        if (broken && !_wasPending) {
+            const struct timespec now = {0, 0};
+            while (sigtimedwait(&_pipe, nullptr, &now) < 0 && errno == EINTR) {
+            }
+        }
+        pthread_sigmask(SIG_SETMASK, &_previous, nullptr);
+    }
+    QuietPipe(const QuietPipe &) = delete;
+    QuietPipe &operator=(const QuietPipe &) = delete;
+
+    bool broken = false;
+
+private:
+    sigset_t _pipe;
+    sigset_t _previous;
+    bool _wasPending = false;
+};
+
 // Writes all of the bytes, continuing short writes; a failed write drops the rest of the line.
-void writeAll(int fd, const char *bytes, size_t count)
+// Answers false, nothing written, when a socket was expected and the descriptor is none now.
+bool writeAll(int fd, const char *bytes, size_t count, Kind kind, QuietPipe *quiet)
 {
     while (count > 0) {
-        ssize_t written = ::write(fd, bytes, count);
+        ssize_t written = kind == kSocket ? send(fd, bytes, count, MSG_NOSIGNAL) : ::write(fd, bytes, count);
         if (written < 0) {
             if (errno == EINTR)
                 continue;
-            return;
+            if (errno == ENOTSOCK && kind == kSocket)
+                return false;
+            if (errno == EPIPE && quiet)
+                quiet->broken = true;
+            return true;
         }
         bytes += written;
         count -= static_cast<size_t>(written);
     }
+    return true;
+}
+
+// A line to its destination. A file pays nothing more than the write; a socket is sent to without
+// SIGPIPE, a pipe written with SIGPIPE blocked.
+void writeLine(int fd, const char *bytes, size_t count)
+{
+    Kind kind = kindOf(fd);
+    if (kind == kSocket && !writeAll(fd, bytes, count, kind, nullptr)) {
+        destinationChanges.fetch_add(1);  // replaced by something else: looked at again by the next line
+        kind = kPipe;
+    }
+    if (kind == kPipe) {
+        QuietPipe quiet;
+        writeAll(fd, bytes, count, kind, &quiet);
+    } else if (kind == kPlain) {
+        writeAll(fd, bytes, count, kind, nullptr);
+    }
+}
+
+int64_t coarseSecond()
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
+}
+
+// Before a line: lets the keeper look at the log once enough has been written, or a second has
+// passed, since the last look; the kind of the destination is looked at again then too.
+void lookIfDue()
+{
+    uint64_t limit = sizeLimit.load(std::memory_order_relaxed);
+    uint64_t every = limit == 0 ? kLookAtMost : std::min<uint64_t>(kLookAtMost, std::max<uint64_t>(limit / 16, 1));
+    int64_t second = coarseSecond();
+    if (writtenSinceLook.load(std::memory_order_relaxed) < every && second == lastLookSecond.load(std::memory_order_relaxed))
+        return;
+    // A line the keeper writes, or one written meanwhile by another thread, does not look again.
+    std::unique_lock<ymMutex> guard(looking, std::try_to_lock);
+    if (!guard.owns_lock())
+        return;
+    writtenSinceLook.store(0, std::memory_order_relaxed);
+    lastLookSecond.store(second, std::memory_order_relaxed);
+    destinationChanges.fetch_add(1);
+    if (void (*look)(int, uint64_t) = keeper.load())
+        look(destination.load(), limit);
+}
+
+// A formatted line, the keeper's look before it. The caller's errno is kept.
+void emit(const char *text, size_t count)
+{
+    int savedErrno = errno;
+    lookIfDue();
+    writeLine(destination.load(std::memory_order_relaxed), text, count);
+    writtenSinceLook.fetch_add(count, std::memory_order_relaxed);
+    errno = savedErrno;
 }
 
 // Appends the text; answers the new end, or nothing when it does not fit before `limit`.
@@ -108,7 +204,7 @@ char *writeTime(char *buffer, const char *limit)
         time_t second = -1;
         char date[32] = "";
         size_t dateLength = 0;
-        unsigned generation = 0;
+        uint64_t generation = 0;  // of ymFork: the process part is made again after a fork
         char process[96] = "";
         size_t processLength = 0;
     };
@@ -121,7 +217,7 @@ char *writeTime(char *buffer, const char *limit)
         cached.dateLength = strftime(cached.date, sizeof cached.date, "%Y-%m-%d %H:%M:%S.", &local);
         cached.second = now.tv_sec;
     }
-    unsigned generation = forkGeneration.load(std::memory_order_relaxed);
+    uint64_t generation = ymFork::generation();
     if (generation != cached.generation) {
         int length = snprintf(cached.process, sizeof cached.process, " %s[%d:%d] ", program_invocation_short_name,
                               static_cast<int>(getpid()), static_cast<int>(gettid()));
@@ -179,9 +275,7 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
     char *text = buffer.data();
     if (total == 0 || text[total - 1] != '\n')
         text[total++] = '\n';
-    int fd = destination.load(std::memory_order_relaxed);
-    writeAll(fd, text, total);
-    noteWritten(fd, total);
+    emit(text, total);
 }
 
 void ymNSLogPrepared(const char *text, size_t length)
@@ -206,9 +300,7 @@ void ymNSLogPrepared(const char *text, size_t length)
     std::memcpy(buffer.data() + headLength, text, length);
     if (total == 0 || buffer[total - 1] != '\n')
         buffer[total++] = '\n';
-    int fd = destination.load(std::memory_order_relaxed);
-    writeAll(fd, buffer.data(), total);
-    noteWritten(fd, total);
+    emit(buffer.data(), total);
 }
 
 void ymNSLogLine(const char *fileName, int line, const char *format, ...)
@@ -222,10 +314,11 @@ void ymNSLogLine(const char *fileName, int line, const char *format, ...)
 void ymNSLogSetDestination(int fd)
 {
     destination.store(fd >= 0 ? fd : STDERR_FILENO);
+    destinationChanges.fetch_add(1);
 }
 
-void ymNSLogSetSizeLimit(uint64_t bytes, void (*restart)())
+void ymNSLogSetKeeper(uint64_t bytes, void (*look)(int fd, uint64_t bytes))
 {
-    restartLog.store(restart);
+    keeper.store(look);
     sizeLimit.store(bytes);
 }
