@@ -17,14 +17,19 @@ The main loop. Answers reach the callables given to on_presence_status(), on_aud
 on_client_state() (the meeting client coming and going) while the SDK's main loop is served, on
 the thread that serves it:
 - run(seconds) or run_until(done, timeout): they return on stop() (from any thread, or from a
-  callable), and Ctrl-C ends them at once with KeyboardInterrupt.
+  callable), and Ctrl-C ends them at once with KeyboardInterrupt (as does an exception another
+  signal handler raises). They sleep on main_loop_fd() while there is nothing to deliver.
 - dispatch() whenever main_loop_fd() is readable, from a loop of the companion's own (selectors,
   or asyncio's loop.add_reader(ym.main_loop_fd(), ym.dispatch)).
 - asyncio: attach(loop) serves it from the loop until detach(loop); and
   `await wait_presence_status(timeout=5)` / `await wait_audio_info(timeout=5)` await the next
   answer, serving the loop meanwhile (asyncio.TimeoutError when none came in time).
 An exception a callable raises is raised again by the run(), run_until() or dispatch() that called
-it.
+it, on the thread that dispatched and never on another one. A callable given to on_...() is called
+until on_...(None) or a replacement returns, and never after, not even for the rest of a batch of
+answers; from another thread, that call waits for a call of the old callable under way, and from
+inside the callable itself it does not. Answers are delivered in the order they arrived, also when a
+callable runs the loop itself.
 
 Numbers. The command statuses (COMMAND_SENT, CLIENT_NOT_RUNNING, ...) and the client's changes and
 transports are the SDK's own, named below. The one audio command the SDK itself sends is

@@ -1,17 +1,29 @@
 """The SDK's main loop served from Python, and who hears what it delivers.
 
-The loop is served in rounds from Python, never by a C call that blocks: between rounds the
-interpreter runs its signal handlers (Ctrl-C raises KeyboardInterrupt at once, as select() is
-interrupted) and sees a stop() from another thread.
+The loop waits on the main loop's descriptor with poll(): it wakes when there is something to
+dispatch, when stop() wakes the descriptor, or at its deadline, and sleeps otherwise. The session
+bus needs nothing from here (the SDK's own I/O thread serves it). A signal interrupts the wait and
+Python runs its handler there: Ctrl-C raises KeyboardInterrupt at once, as does whatever else a
+handler raises, and a handler that returns lets the wait go on (PEP 475).
+
+An exception a callable raises is kept by the dispatch that called it, on its own thread, and
+raised again when that dispatch returns: never in another thread, never by another dispatch (a
+run_until() inside a callable raises only what its own rounds called).
+
+A callable ends when it is removed: once on_...(None) or a replacement returned, it is not called
+again, neither for the rest of a batch being delivered nor by a dispatch on another thread. A
+removal from another thread waits for a call of the old callable that is under way there; one from
+the thread that runs the call (the callable removing itself) does not wait for it.
 """
 from __future__ import annotations
 
 import asyncio
+import itertools
 import os
 import select
 import threading
 import time
-from typing import Any, Callable, Dict, Generic, List, Optional, TypeVar
+from typing import Any, Callable, Dict, Generic, List, Optional, Tuple, TypeVar
 
 from . import _answers, _checks, _native
 from ._answers import AudioInfo, PresenceStatus
@@ -19,19 +31,45 @@ from ._answers import AudioInfo, PresenceStatus
 _lib = _native.lib
 T = TypeVar("T")
 
-# The longest the loop waits in select() at once; also how often the SDK's own sources (the session
-# bus) are served when nothing wakes the loop.
-SLICE = 0.1
-
-# An exception raised by a callable waits here for the run(), run_until() or dispatch() that called it.
-_raised: List[BaseException] = []
+# The longest single wait in poll(), whose timeout is an int of milliseconds: a longer run waits again.
+_LONGEST_WAIT_MS = 86_400_000
 
 
-def _reraise() -> None:
-    if _raised:
-        error = _raised[0]
-        _raised.clear()
-        raise error
+class _Dispatches(threading.local):
+    """Per thread: the exceptions raised by callables during the innermost dispatch this thread runs
+    from Python (None outside one), and how many calls of callables are under way on it."""
+
+    def __init__(self) -> None:
+        self.raised: Optional[List[BaseException]] = None
+        self.calls = 0
+
+
+_dispatches = _Dispatches()
+
+
+def _dispatching(call: Callable[[], T]) -> T:
+    """Makes a C call that may call the callables on this thread, and raises again what they raised:
+    a KeyboardInterrupt or SystemExit first, otherwise the first exception."""
+    outer = _dispatches.raised
+    raised: List[BaseException] = []
+    _dispatches.raised = raised
+    try:
+        result = call()
+    finally:
+        _dispatches.raised = outer
+    if raised:
+        raise next((error for error in raised if not isinstance(error, Exception)), raised[0])
+    return result
+
+
+def _keep(error: BaseException) -> bool:
+    """Keeps a callable's exception for the dispatch running on this thread; False when no dispatch
+    made from Python runs here (the loop is run from C), and nobody could raise it again."""
+    raised = _dispatches.raised
+    if raised is None:
+        return False
+    raised.append(error)
+    return True
 
 
 def _set_result(future: asyncio.Future[T], value: T) -> None:
@@ -58,7 +96,12 @@ def _settle(future: asyncio.Future[T], value: T) -> None:
 class Listeners(Generic[T]):
     """Who hears one kind of delivery: the companion's callable and the futures awaiting the next
     one, all of them. The SDK has the C callback while either is there; the C function pointer
-    lives as long as this object, as the SDK may call it until it is replaced."""
+    lives as long as this object, as the SDK may call it until it is replaced.
+
+    Each delivery reads the callable afresh and counts as a call under way until the callable
+    returns, so that a removal can wait for it. The SDK is told of the C callback by one thread at
+    a time and never with the lock held: the SDK may wait, while it takes the callback back, for a
+    delivery under way, and that delivery takes the lock."""
 
     def __init__(self, set_native: Callable[[Any, None], None], native_type: Any,
                  convert: Callable[[Any], T]) -> None:
@@ -66,43 +109,110 @@ class Listeners(Generic[T]):
         self._convert = convert
         self._none = native_type()
         self._native = native_type(self._called)
-        self._lock = threading.Lock()
+        self._changed = threading.Condition()  # guards what follows, and tells of each change
         self._callback: Optional[Callable[[T], object]] = None
         self._waiters: List[asyncio.Future[T]] = []
+        # The calls of callables under way, each with its thread.
+        self._calls: Dict[int, Tuple[int, Callable[[T], object]]] = {}
+        self._call_numbers = itertools.count()
+        self._connected: Optional[bool] = False  # whether the SDK has the C callback; None: unknown
+        self._connector: Optional[int] = None  # the thread telling the SDK now
+        if hasattr(os, "register_at_fork"):
+            os.register_at_fork(after_in_child=self._after_fork)
 
     def set_callback(self, callback: Optional[Callable[[T], object]]) -> None:
-        with self._lock:
-            self._callback = callback
-            self._connect()
+        with self._changed:
+            old, self._callback = self._callback, callback
+        self._connect()
+        if old is not None and old is not callback:
+            self._wait_for_calls_of(old)
 
     def wait(self, loop: asyncio.AbstractEventLoop) -> asyncio.Future[T]:
         future: asyncio.Future[T] = loop.create_future()
-        with self._lock:
+        with self._changed:
             self._waiters.append(future)
-            self._connect()
+        self._connect()
         return future
 
     def forget(self, future: asyncio.Future[T]) -> None:
-        with self._lock:
+        with self._changed:
             if future in self._waiters:
                 self._waiters.remove(future)
-            self._connect()
+        self._connect()
+
+    def _wait_for_calls_of(self, callback: Callable[[T], object]) -> None:
+        """Returns once no other thread is in a call of `callback`; a call on this thread is the
+        caller's own (a callable replacing itself) and is not waited for."""
+        me = threading.get_ident()
+        with self._changed:
+            self._changed.wait_for(lambda: not any(thread != me and called is callback
+                                                   for thread, called in self._calls.values()))
 
     def _connect(self) -> None:
-        wanted = self._callback is not None or bool(self._waiters)
-        self._set_native(self._native if wanted else self._none, None)
+        """Tells the SDK whether anyone listens, once the SDK's callback and this object disagree.
+        The thread telling it goes on until they agree, so a thread that finds another one telling
+        waits for it; except a thread in a call of a callable, which leaves it to that one: the SDK
+        may be waiting for this very call to end."""
+        me = threading.get_ident()
+        with self._changed:
+            if self._connector is not None:
+                if _dispatches.calls:
+                    return
+                self._changed.wait_for(lambda: self._connector is None)
+                return  # the last look of the thread that told the SDK saw this thread's change
+            self._connector = me
+        told = self._connected
+        try:
+            while True:
+                with self._changed:
+                    self._connected = told
+                    wanted = self._callback is not None or bool(self._waiters)
+                    if wanted == told:
+                        self._connector = None
+                        self._changed.notify_all()
+                        return
+                self._set_native(self._native if wanted else self._none, None)
+                told = wanted
+        except BaseException:
+            with self._changed:
+                self._connector = None
+                self._changed.notify_all()
+            raise
 
     def _called(self, record: Any, _context: Any) -> None:
-        with self._lock:
+        with self._changed:
             callback, waiters, self._waiters = self._callback, self._waiters, []
+            number = next(self._call_numbers)
+            if callback is not None:
+                self._calls[number] = (threading.get_ident(), callback)
         try:
             value = self._convert(record.contents)
             for future in waiters:
                 _settle(future, value)
             if callback is not None:
-                callback(value)
-        except BaseException as error:  # noqa: B902 - raised again by the loop's caller
-            _raised.append(error)
+                _dispatches.calls += 1
+                try:
+                    callback(value)
+                finally:
+                    _dispatches.calls -= 1
+        except BaseException as error:  # noqa: B902 - raised again by the dispatch that called it
+            if not _keep(error):
+                raise  # the loop runs from C: ctypes reports it as unraisable
+        finally:
+            if callback is not None:
+                with self._changed:
+                    del self._calls[number]
+                    self._changed.notify_all()
+
+    def _after_fork(self) -> None:
+        # The child has only the thread that forked: the calls and the telling of the other
+        # threads are not under way there, and the lock may have been held by one of them.
+        me = threading.get_ident()
+        self._changed = threading.Condition()
+        self._calls = {number: call for number, call in self._calls.items() if call[0] == me}
+        if self._connector != me:
+            self._connector = None
+        self._connected = None  # the child's SDK starts afresh: the next change tells it anyway
 
 
 presence = Listeners(_lib.ymSetPresenceStatusCallback, _native.PresenceCallback, _answers.presence_status)
@@ -121,32 +231,35 @@ def main_loop_fd() -> int:
 def dispatch() -> int:
     """Runs what is ready, calling the callables, without waiting; answers how many deliveries ran.
     An exception a callable raised is raised again here."""
-    ran = int(_lib.ymDispatchMainLoop())
-    _reraise()
-    return ran
+    return _dispatching(lambda: int(_lib.ymDispatchMainLoop()))
 
 
 def serve(done: Optional[Callable[[], object]], seconds: Optional[float]) -> bool:
     """Runs the loop until done() is true, stop() is called or the time is up; answers whether
-    done() was true."""
+    done() was true. Each round dispatches once, then waits until the loop's descriptor is readable
+    (there is more to dispatch, or stop() woke it) or the time is up."""
     deadline = None if seconds is None else time.monotonic() + seconds
     descriptor = main_loop_fd()
+    if descriptor < 0:
+        raise RuntimeError("the SDK's main loop has no descriptor to wait on")
+    waiting = select.poll()
+    waiting.register(descriptor, select.POLLIN)
     while True:
-        # One round of the SDK's loop: runs what is ready, and takes back a stop() it was told of.
-        _lib.ymRunMainLoopFor(0)
-        _reraise()
+        dispatch()
         if done is not None and done():
             return True
         if _stopping.is_set():
             _stopping.clear()
             return False
-        wait = SLICE
+        wait: Optional[float] = None
         if deadline is not None:
             remaining = deadline - time.monotonic()
             if remaining <= 0:
                 return False
-            wait = min(wait, remaining)
-        select.select([descriptor], [], [], wait)
+            wait = min(remaining * 1000, _LONGEST_WAIT_MS)  # rounded up by poll(): no early wake
+        for _, events in waiting.poll(wait):
+            if events & select.POLLNVAL:
+                raise OSError(f"the SDK's main loop descriptor {descriptor} was closed")
 
 
 def stop() -> None:

@@ -1,53 +1,18 @@
-"""The module's edges: arguments refused where they enter, Ctrl-C and stop() ending the loop, the
-asyncio helpers against the simulated meeting client, and Python's standard error kept apart from
-the SDK's log.
+"""The module's edges: arguments refused where they enter, the asyncio helpers against the
+simulated meeting client, and Python's standard error kept apart from the SDK's log. (How the loop
+waits, stops and delivers: test_main_loop.py.)
 
 Nothing here creates the facade in the test process: what needs one runs as a companion process
-of its own, in a home of its own.
+of its own, in a home of its own (conftest.py).
 """
 import asyncio
 import os
-import shutil
-import subprocess
-import sys
-import tempfile
-import textwrap
-import threading
-import time
 
 import pytest
 
 import yumoclientsdk as ym
 
 LOG = os.path.join("Library", "Group Containers", "Q4W7N2R8TX.YumoClient3rd", "yumoclientsdk.log")
-
-
-@pytest.fixture
-def home():
-    path = tempfile.mkdtemp(prefix="ympython-")
-    yield path
-    shutil.rmtree(path, ignore_errors=True)
-
-
-@pytest.fixture
-def client(home):
-    """The simulator installed as 5.6 in `home` and serving, with presence status 3."""
-    environment = dict(os.environ, HOME=home)
-    subprocess.run([os.environ.get("YMSIM") or shutil.which("ymsim"), "install", "--version", "5.6.0"],
-                   check=True, stdout=subprocess.DEVNULL, env=environment)
-    executable = os.path.join(home, "Applications", "yumoapp.app", "Contents", "MacOS", "yumoapp")
-    process = subprocess.Popen([executable, "--presence", "3", "--quiet"], stdout=subprocess.PIPE, text=True,
-                               env=environment)
-    assert process.stdout.readline().strip() == "ready"
-    yield process
-    process.kill()
-    process.wait()
-
-
-def companion(home, code, *arguments, **environment):
-    """Runs `code` as a Python companion in `home`; answers the finished process."""
-    return subprocess.run([sys.executable, "-c", textwrap.dedent(code), *arguments], capture_output=True, text=True,
-                          env=dict(os.environ, HOME=home, **environment), timeout=60)
 
 
 def awaited(helper):
@@ -114,38 +79,8 @@ def test_arguments_are_refused_where_they_enter(function, arguments, keywords, e
         function(*arguments, **keywords)
 
 
-INTERRUPTED = """
-    import os, signal, sys, threading, time
-    import yumoclientsdk as ym
-    sent = []
-    def interrupt():
-        sent.append(time.monotonic())
-        os.kill(os.getpid(), signal.SIGINT)
-    threading.Timer(0.3, interrupt).start()
-    try:
-        ym.run(5) if sys.argv[1] == "run" else ym.run_until(lambda: False, timeout=5)
-    except KeyboardInterrupt:
-        print(f"KeyboardInterrupt after {time.monotonic() - sent[0]:.3f}")
-"""
-
-
-@pytest.mark.parametrize("loop", ["run", "run_until"])
-def test_ctrl_c_ends_the_loop_at_once(home, loop):
-    done = companion(home, INTERRUPTED, loop)
-    assert done.returncode == 0, done.stderr
-    assert done.stdout.startswith("KeyboardInterrupt after ")
-    assert float(done.stdout.split()[-1]) < 0.2
-
-
-def test_stop_from_another_thread_ends_run():
-    threading.Timer(0.1, ym.stop).start()
-    started = time.monotonic()
-    ym.run(5)
-    assert time.monotonic() - started < 2.5  # well under the 5 s asked for
-
-
 AWAITING = """
-    import asyncio, time
+    import asyncio
     import yumoclientsdk as ym
     heard = []
     ym.on_presence_status(heard.append)
@@ -170,15 +105,14 @@ AWAITING = """
     asyncio.run(main())
     ym.on_presence_status(lambda status: ym.stop())
     ym.get_im_presence_status()
-    started = time.monotonic()
-    ym.run(20)
-    print("stopped from the callable" if time.monotonic() - started < 10 else "not stopped")
+    ym.run()  # until stop(): a companion that is never stopped hangs, and is ended by the time limit
+    print("stopped from the callable")
     ym.cleanup_audio_devices()
 """
 
 
-def test_asyncio_helpers_await_the_next_answer(home, client):
-    done = companion(home, AWAITING)
+def test_asyncio_helpers_await_the_next_answer(client, companion):
+    done = companion(AWAITING)
     assert done.returncode == 0, done.stderr
     assert done.stdout.splitlines() == [
         "presence 3 heard", "audio AudioInfo(audio_cmd=5, device_index='1', device_name='Headset')", "timeout",
@@ -201,8 +135,8 @@ UNCAUGHT = """
 
 @pytest.mark.parametrize("mode, environment", [("default", {}), ("configure_log", {}),
                                                ("environment", {"YUMOCLIENTSDK_STDERR": "keep"})])
-def test_uncaught_exception_reaches_stderr_and_the_log_stays_in_its_file(home, mode, environment):
-    done = companion(home, UNCAUGHT, mode, **environment)
+def test_uncaught_exception_reaches_stderr_and_the_log_stays_in_its_file(home, companion, mode, environment):
+    done = companion(UNCAUGHT, mode, **environment)
     assert done.returncode == 1
     assert done.stdout == "too late to choose\n"
     assert "Traceback (most recent call last)" in done.stderr

@@ -19,7 +19,7 @@ import yumoclientsdk as ym  # noqa: E402
 
 @pytest.fixture(scope="module")
 def client():
-    """The simulator installed as 5.6 and serving; stopped at the end."""
+    """The simulator installed as 5.6 and serving; stopped at the end, and the home removed."""
     subprocess.run([os.environ.get("YMSIM") or shutil.which("ymsim"), "install", "--version", "5.6.0"],
                    check=True, stdout=subprocess.DEVNULL)
     executable = os.path.join(HOME, "Applications", "yumoapp.app", "Contents", "MacOS", "yumoapp")
@@ -28,6 +28,7 @@ def client():
     yield process
     process.kill()
     process.wait()
+    shutil.rmtree(HOME, ignore_errors=True)
 
 
 def test_presence_answer_reaches_the_callable_and_its_errors_the_loop(client):
@@ -83,4 +84,3 @@ def test_the_client_quitting_is_told_and_commands_answer_5(client):
     assert ym.is_yumoapp_installed() and not ym.is_yumo_running()
     assert ym.yumo_client_version() == "5.6.0"
     ym.cleanup_audio_devices()
-    shutil.rmtree(HOME, ignore_errors=True)
