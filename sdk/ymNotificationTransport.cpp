@@ -1,13 +1,16 @@
 #include "sdk/ymNotificationTransport.h"
 
 #include <YumoClientSdk/ymCommandStatus.h>
-#include <vector>
 
-void ymNotificationTransport::open(const std::weak_ptr<YMSocketIPCChannelDelegate> &receiver)
+void ymNotificationTransport::open(const std::weak_ptr<YMSocketIPCChannelDelegate> &receiver, bool now)
 {
-    std::shared_ptr<ymIPCMsgMgr> made = ymIPCMsgMgr::create();
-    setManager(made);
-    made->setDelegate(receiver);
+    {
+        std::lock_guard<ymMutex> guard(_lock);
+        _receiver = receiver;
+        _pending = true;
+    }
+    if (now)
+        manager();
 }
 
 int32_t ymNotificationTransport::send(Peer peer, const std::string &text)
@@ -24,23 +27,50 @@ int32_t ymNotificationTransport::send(Peer peer, const std::string &text)
 
 void ymNotificationTransport::close()
 {
-    static auto *keptManagers = new std::vector<std::shared_ptr<ymIPCMsgMgr>>();
-    static auto *keptLock = new ymMutex();
-    std::shared_ptr<ymIPCMsgMgr> kept = manager();
-    if (!kept)
-        return;
-    std::lock_guard<ymMutex> guard(*keptLock);
-    keptManagers->push_back(std::move(kept));
+    // The manager is released with the facade, and its destructor ends its observations. (It used
+    // to be kept, observing for the rest of the process and delivering to nobody: every facade ever
+    // made added a handler to each notification. That is given up on purpose.)
+    std::shared_ptr<ymIPCMsgMgr> released;
+    {
+        std::lock_guard<ymMutex> guard(_lock);
+        _pending = false;
+        released.swap(_manager);
+    }
+    // Let go here, outside the lock.
 }
 
 std::shared_ptr<ymIPCMsgMgr> ymNotificationTransport::manager() const
 {
+    {
+        std::lock_guard<ymMutex> guard(_lock);
+        if (!_pending)
+            return _manager;
+    }
+    // Made without the lock held: observing may wait (briefly) for the session bus.
+    std::lock_guard<ymMutex> making(_making);
+    std::weak_ptr<YMSocketIPCChannelDelegate> receiver;
+    {
+        std::lock_guard<ymMutex> guard(_lock);
+        if (!_pending)
+            return _manager;
+        receiver = _receiver;
+    }
+    std::shared_ptr<ymIPCMsgMgr> made = ymIPCMsgMgr::create();
+    made->setDelegate(receiver);
     std::lock_guard<ymMutex> guard(_lock);
+    if (_pending) {
+        _manager = made;
+        _pending = false;
+    }
+    // Closed or replaced meanwhile: the one made here goes (after the lock, with `made`).
     return _manager;
 }
 
 void ymNotificationTransport::setManager(const std::shared_ptr<ymIPCMsgMgr> &manager)
 {
+    std::shared_ptr<ymIPCMsgMgr> replaced;
     std::lock_guard<ymMutex> guard(_lock);
+    _pending = false;
+    replaced.swap(_manager);
     _manager = manager;
 }

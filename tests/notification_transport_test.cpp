@@ -2,8 +2,13 @@
 // private bus when none runs; without one these tests are skipped, never passed silently.
 #include <YumoClientSdk/ymIPCMsgDefine.h>
 #include <YumoClientSdk/ymIPCMsgMgr.h>
+#include <YumoClientSdk/ymSdkImplement.h>
+#include <atomic>
+#include <csignal>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 #include "platform/ymNotificationCenter.h"
 #include "support/FacadeFixture.h"
@@ -14,6 +19,19 @@ namespace {
 
 using Receiver = ymtest::MessageCollector;
 using UserInfo = ymNotificationCenter::UserInfo;
+
+// Runs the call on a thread of its own and answers whether it returned within a generous bound:
+// a liveness check against a hang, never a measure of time.
+template <typename Call>
+bool returns(Call call)
+{
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    std::thread([call, done]() mutable {
+        call();
+        done->store(true);
+    }).detach();
+    return ymtest::eventually([&] { return done->load(); }, std::chrono::seconds(30));
+}
 
 class NotificationTransport : public ymtest::SessionTest {
 protected:
@@ -78,6 +96,88 @@ TEST_F(NotificationTransport, OnlyTheContentCrossesAndNamesAreReadAtEachUse)
     EXPECT_NE(text.find("dict = {\n    other = x;\n}"), std::string::npos);
     EXPECT_NE(text.find("-[ymIPCMsgMgr dealloc]."), std::string::npos);
     EXPECT_NE(text.find("<< -[ymIPCMsgMgr sendIPCMessageToYumoClient:]: content=(null)"), std::string::npos);
+}
+
+TEST_F(NotificationTransport, ReleasedFacadesLeaveOneHandlerPerNotification)
+{
+    // Each facade made its manager, and takes it with it when released.
+    for (int i = 0; i < 50; ++i)
+        ymSdkImplement::create();
+    ymNotificationCenter::defaultCenter().post(NOTIFY_IPC_YUMOCLIENT_TO_YUMOSDK, UserInfo{{"content", "once"}});
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1; }));
+    // Every handler of a notification runs in the same turn of the loop: only the survivor's ran.
+    EXPECT_EQ(ymtest::countLinesContaining(ymtest::sdkLog() + log.text(), "onYumoClientMessageResponse:]: dict = {"), 1);
+    EXPECT_EQ(receiver->messages, std::vector<std::string>{"once"});
+}
+
+TEST_F(NotificationTransport, TheChildOfAForkConnectsAfresh)
+{
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "ThreadSanitizer does not let a child of a threaded process start threads";
+#endif
+    std::vector<std::string> heard;
+    ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
+    center.addObserver("ForkedSays", [&](const std::string &, const UserInfo &userInfo) { heard.push_back(userInfo.at("from")); });
+    pid_t child = fork();
+    if (child == 0) {
+        // The parent's connection and observers are not the child's: it connects on its own.
+        bool connected = ymNotificationCenter::defaultCenter().isConnected();
+        ymNotificationCenter::defaultCenter().post("ForkedSays", UserInfo{{"from", "child"}});
+        _exit(connected ? 0 : 1);
+    }
+    ASSERT_GT(child, 0);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    center.post("ForkedSays", UserInfo{{"from", "parent"}});  // the parent's connection goes on
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return heard.size() == 2; }));
+    EXPECT_EQ(heard, (std::vector<std::string>{"child", "parent"}));
+}
+
+TEST(NotificationTransportOnAStoppedBus, CallsReturnAndTheBusServesOnceItGoesOn)
+{
+    if (access("/usr/bin/dbus-daemon", X_OK) != 0)
+        GTEST_SKIP() << "no /usr/bin/dbus-daemon";
+    // A bus of the test's own, and a meeting client older than 5.6 observing on it; then the bus
+    // stops before this process has used it.
+    ymtest::TemporaryHome home;
+    const std::string address = "unix:path=" + home.path() + "/bus";
+    ymtest::ChildProcess daemon("/usr/bin/dbus-daemon", {"--session", "--nofork", "--address=" + address, "--print-address=1"});
+    ASSERT_TRUE(daemon.readLine());  // printed once it listens
+    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    ymtest::RunningClient client = ymtest::RunningClient::simulator("5.5.0");
+    ASSERT_EQ(kill(daemon.pid(), SIGSTOP), 0);
+
+    // The first post, the first observations and the calls after them return.
+    ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
+    ASSERT_TRUE(returns([&center] { center.post("Unheard", std::nullopt); }));
+    auto manager = std::make_shared<std::shared_ptr<ymIPCMsgMgr>>();
+    ASSERT_TRUE(returns([manager] { *manager = ymIPCMsgMgr::create(); }));
+    auto receiver = std::make_shared<Receiver>();
+    (*manager)->setDelegate(receiver);
+    ASSERT_TRUE(returns([manager] { (*manager)->sendIPCMessageToYumoClient(std::string("lost")); }));
+    ASSERT_TRUE(returns([&center] { center.addObserver("Later", [](const std::string &, const UserInfo &) {}); }));
+    EXPECT_FALSE(center.isConnected());
+
+    // Once the bus goes on, the centre connects again, the manager's observations with it: a
+    // request reaches the client, and its answer the manager.
+    ASSERT_EQ(kill(daemon.pid(), SIGCONT), 0);
+    ASSERT_TRUE(ymtest::eventually([&] { return center.isConnected(); }));
+    const std::string request = R"({"commandId":1,"from":1,"version":"1.0.0","data":""})";
+    (*manager)->sendIPCMessageToYumoClient(request);
+    EXPECT_EQ(client.process().readLine(), "received notification client: " + request);  // the lost one never came
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1; }));
+    EXPECT_NE(receiver->messages[0].find(R"("data":[{"PresenceStatus":1}])"), std::string::npos);
+
+    // Stopped again while connected: calls return, and what was posted meanwhile goes out once
+    // the bus goes on.
+    ASSERT_EQ(kill(daemon.pid(), SIGSTOP), 0);
+    ASSERT_TRUE(returns([&center] { center.addObserver("WhileStopped", [](const std::string &, const UserInfo &) {}); }));
+    const std::string second = R"({"commandId":1,"from":1,"version":"1.0.0","data":"again"})";
+    ASSERT_TRUE(returns([manager, second] { (*manager)->sendIPCMessageToYumoClient(second); }));
+    ASSERT_EQ(kill(daemon.pid(), SIGCONT), 0);
+    EXPECT_EQ(client.process().readLine(), "received notification client: " + second);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 2; }));
 }
 
 TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)

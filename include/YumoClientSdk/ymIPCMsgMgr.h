@@ -35,8 +35,15 @@
 /// ("YumoLauncher3rdSdkToYumoVideoClient", {"content": <"{\"commandId\":1,...}">}), and its
 /// answer ("YumoVideoClientToYumoLauncher3rdSdk", {"content": <"{\"commandId\":1,\"result\":...}">}).
 ///
-/// Without a session bus posts are dropped; when the bus goes away the manager stops hearing,
-/// and hears again once the SDK has connected to a new one (it tries every second).
+/// The SDK connects to the session bus when a manager first observes or posts, on its own I/O
+/// thread and within a second: a bus that does not answer costs the first call at most that
+/// second and later calls nothing. Without a session bus posts are dropped; when the bus goes away
+/// the manager stops hearing, and hears again once the SDK has connected to a new one (it tries
+/// again after a second, then less and less often, up to every thirty seconds).
+///
+/// A manager observes for as long as it lives: releasing it (a facade releases its own with
+/// itself) ends its observations, and once the release has returned its handler is not called
+/// again.
 ///
 /// Threads: the sends may come from any thread; the delegate is called on the main loop's thread.
 /// Nothing reports whether anybody listens: a post nobody observes is lost.
@@ -45,7 +52,8 @@ public:
     /// A manager, already observing the two answer names.
     static std::shared_ptr<ymIPCMsgMgr> create();
 
-    /// Stops observing.
+    /// Stops observing. Released on another thread than the main loop's, it first waits for a
+    /// delivery to it that is under way there.
     ~ymIPCMsgMgr();
 
     /// Does nothing; observation goes on.
