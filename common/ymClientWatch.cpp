@@ -2,15 +2,21 @@
 
 #include <YumoClientSdk/ymMainLoop.h>
 #include <algorithm>
+#include <atomic>
+#include <exception>
+#include <fcntl.h>
 #include <map>
 #include <mutex>
-
-#include "platform/ymMutex.h"
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "platform/ymFolderWatch.h"
+#include "platform/ymGuarded.h"
+#include "platform/ymFork.h"
 #include "platform/ymIOLoop.h"
+#include "platform/ymProcessBound.h"
+#include "platform/ymMutex.h"
 #include "platform/ymProcessHandle.h"
 #include "platform/ymWorkspace.h"
 
@@ -27,6 +33,13 @@ constexpr std::chrono::minutes kIdleCheck{1};
 // looked at once the folders have been quiet this long, or at the latest this long after the first.
 constexpr std::chrono::milliseconds kQuietFor{100};
 constexpr std::chrono::milliseconds kQuietAtMost{500};
+
+// While inotify cannot watch every folder, they are looked at with stat this often (give or take
+// the slack), and inotify is tried again.
+constexpr std::chrono::milliseconds kStatEvery{1000};
+constexpr std::chrono::milliseconds kStatSlack{500};
+
+std::atomic<uint64_t> snapshotCount{0};
 
 // Whether observers hear of the difference: a client that quit and started again between two looks
 // (none of its processes is the same) is a difference too.
@@ -46,22 +59,41 @@ bool covers(const std::vector<std::string> &watched, const std::string &watchedE
     return true;
 }
 
+// A descriptor of the loop's own for a source: a copy, close-on-exec as every descriptor here.
+int copyOf(int fd) { return fcntl(fd, F_DUPFD_CLOEXEC, 0); }
+
+// What a loop runs for the watch: nothing it throws goes further than a line in the log.
+template <typename Body>
+void guarded(const char *what, Body &&body) noexcept
+{
+    ymGuarded("ymClientWatch", what, std::forward<Body>(body));
+}
+
 }  // namespace
 
 struct ymClientWatch::State : std::enable_shared_from_this<ymClientWatch::State> {
-    ymMutex lock;
+    explicit State(uint64_t generation) : generation(generation) {}
+
+    // The process it was made in: in the child of a fork it is abandoned whole, and work queued
+    // for it there does nothing.
+    const uint64_t generation;
+    bool ours() const { return generation == ymFork::generation(); }
+
+    ymMutex lock;  // orders the snapshots, and the observers' calls with them
     ymFolderWatch folders;
     std::vector<std::string> watched;  // the folders armed, and the executable folder
     std::string watchedExec;
-    bool trusted = false;              // every folder the snapshot depends on was watched before it was taken
-    bool foldersChanged = false;       // a change the I/O thread took from the watch and has not acted on
+    bool trusted = false;              // inotify watched every folder the snapshot depends on before it was taken
+    bool foldersChanged = false;       // a change the I/O thread took from the watch and nobody has looked at
     std::shared_ptr<const ymClientSnapshot> snapshot;
     std::vector<ymProcessHandle> processes;
     std::map<uint64_t, Observer> observers;
     uint64_t nextToken = 1;
+    bool lookQueued = false;           // a look waits on the main loop
+    bool restartChecks = false;        // ... after a change: the start checks begin again
 
-    // The I/O thread's, while there are observers.
-    std::shared_ptr<ymIOLoop::Use> use;  // set and cleared under the lock
+    // The I/O thread's, while there are observers (the Use is taken and given up under the lock).
+    std::shared_ptr<ymIOLoop::Use> use;
     std::unique_ptr<ymIOLoop::Descriptor> foldersSource;
     int foldersCopy = -1;
     struct ProcessSource {
@@ -72,58 +104,60 @@ struct ymClientWatch::State : std::enable_shared_from_this<ymClientWatch::State>
     std::vector<ProcessSource> processSources;
     std::unique_ptr<ymIOLoop::Timer> timer;
     std::unique_ptr<ymIOLoop::Timer> quietTimer;
+    std::unique_ptr<ymIOLoop::Timer> statTimer;
     std::chrono::steady_clock::time_point firstUnsettled;
     size_t startChecks = 0;
 
-    std::shared_ptr<const ymClientSnapshot> current();
+    // Any thread but the I/O thread takes a snapshot when the last one is stale; `resyncAnyway`
+    // has the I/O thread's sources armed afresh even when not.
+    std::shared_ptr<const ymClientSnapshot> current(bool resyncAnyway = false);
     void take();
+    void tell(const std::shared_ptr<const ymClientSnapshot> &now, const std::shared_ptr<const ymClientSnapshot> &before);
+    void askForLook(bool afterChange);
+    void look();
+    void postResync();
+    // On the I/O thread.
     void resync();
-    void onChange(bool startAgain);
     void onFoldersChanged();
+    void noteFolderChanges();  // under the lock
+    void onProcessEnded(pid_t pid);
     void onTimer();
+    void onStatTimer();
+    void armStatTimer();  // under the lock
+    void stop();
     void stopSources();
 };
 
-std::shared_ptr<const ymClientSnapshot> ymClientWatch::State::current()
+std::shared_ptr<const ymClientSnapshot> ymClientWatch::State::current(bool resyncAnyway)
 {
-    std::shared_ptr<const ymClientSnapshot> result, before;
-    std::vector<Observer> toTell;
-    bool resyncLoop = false;
-    {
-        std::lock_guard<ymMutex> guard(lock);
-        bool changed = folders.changed() || foldersChanged;
-        foldersChanged = false;
-        bool fresh = snapshot && trusted && !changed && ymClientSnapshotIsForNow(*snapshot);
-        if (fresh && snapshot->running) {
-            for (const ymProcessHandle &process : processes)
-                if (process.hasEnded())
-                    fresh = false;
-        } else if (fresh) {
-            fresh = !ymWorkspace::isApplicationRunning(snapshot->identifier);
+    std::lock_guard<ymMutex> guard(lock);
+    bool changed = folders.changed() || foldersChanged;
+    if (snapshot && ymIOLoop::onIOThread()) {
+        // No snapshot is taken on the I/O thread: the last one is answered, and the main loop looks.
+        if (changed) {
+            foldersChanged = true;
+            askForLook(true);
         }
-        if (!fresh) {
-            before = snapshot;
-            take();
-            if (before && !sameForObservers(*before, *snapshot))
-                for (const auto &[token, observer] : observers)
-                    toTell.push_back(observer);
-            resyncLoop = use != nullptr;
-        }
-        result = snapshot;
+        return snapshot;
     }
-    if (!toTell.empty())
-        ymMainLoop::shared().post([toTell, result, before] {
-            for (const Observer &observer : toTell)
-                observer(*result, *before);
-        });
-    if (resyncLoop) {
-        std::weak_ptr<State> weak = weak_from_this();
-        ymIOLoop::shared().post([weak] {
-            if (std::shared_ptr<State> self = weak.lock())
-                self->resync();
-        });
+    foldersChanged = false;
+    bool fresh = snapshot && trusted && !changed && ymClientSnapshotIsForNow(*snapshot);
+    if (fresh && snapshot->running) {
+        for (const ymProcessHandle &process : processes)
+            if (process.hasEnded())
+                fresh = false;
+    } else if (fresh) {
+        fresh = !ymWorkspace::isApplicationRunning(snapshot->identifier);
     }
-    return result;
+    if (!fresh) {
+        std::shared_ptr<const ymClientSnapshot> before = snapshot;
+        take();
+        if (before && !sameForObservers(*before, *snapshot))
+            tell(snapshot, before);  // queued before the lock is let go: in the order taken
+    }
+    if (!fresh || resyncAnyway)
+        postResync();
+    return snapshot;
 }
 
 void ymClientWatch::State::take()
@@ -141,6 +175,7 @@ void ymClientWatch::State::take()
             folders.changed();  // the search below sees whatever this was
         }
         taken = ymTakeClientSnapshot();
+        snapshotCount.fetch_add(1, std::memory_order_relaxed);
         covered = covers(watched, watchedExec, *taken);
         if (!covered) {
             watched = taken->folders;
@@ -154,18 +189,91 @@ void ymClientWatch::State::take()
     snapshot = taken;
 }
 
+void ymClientWatch::State::tell(const std::shared_ptr<const ymClientSnapshot> &now, const std::shared_ptr<const ymClientSnapshot> &before)
+{
+    // Under the lock. The observers of now hear of it, unless removed before the call comes.
+    std::vector<uint64_t> tokens;
+    for (const auto &[token, observer] : observers)
+        tokens.push_back(token);
+    if (tokens.empty())
+        return;
+    std::weak_ptr<State> weak = weak_from_this();
+    ymMainLoop::shared().post([weak, tokens, now, before] {
+        std::shared_ptr<State> self = weak.lock();
+        if (!self || !self->ours())
+            return;
+        for (uint64_t token : tokens) {
+            Observer observer;
+            {
+                std::lock_guard<ymMutex> guard(self->lock);
+                auto found = self->observers.find(token);
+                if (found == self->observers.end())
+                    continue;
+                observer = found->second;
+            }
+            guarded("an observer", [&] { observer(*now, *before); });
+        }
+    });
+}
+
+void ymClientWatch::State::askForLook(bool afterChange)
+{
+    // Under the lock; any thread.
+    restartChecks = restartChecks || afterChange;
+    if (lookQueued)
+        return;
+    lookQueued = true;
+    std::weak_ptr<State> weak = weak_from_this();
+    ymMainLoop::shared().post([weak] {
+        if (std::shared_ptr<State> self = weak.lock(); self && self->ours())
+            guarded("a look", [&] { self->look(); });
+    });
+}
+
+void ymClientWatch::State::look()
+{
+    {
+        std::lock_guard<ymMutex> guard(lock);
+        lookQueued = false;  // a change from now on asks for another look
+        if (std::exchange(restartChecks, false))
+            startChecks = 0;
+    }
+    current(true);
+}
+
+void ymClientWatch::State::postResync()
+{
+    // Under the lock.
+    if (!use)
+        return;
+    std::weak_ptr<State> weak = weak_from_this();
+    ymIOLoop::shared().post([weak] {
+        if (std::shared_ptr<State> self = weak.lock(); self && self->ours())
+            guarded("arming its sources", [&] { self->resync(); });
+    });
+}
+
 void ymClientWatch::State::resync()
 {
     std::lock_guard<ymMutex> guard(lock);
     if (!use)
         return;  // no observers any more: the sources are ending
     std::weak_ptr<State> weak = weak_from_this();
-    if (!foldersSource && folders.descriptor() >= 0) {
-        foldersCopy = dup(folders.descriptor());
+    if (!foldersSource && folders.descriptor() >= 0 && (foldersCopy = copyOf(folders.descriptor())) >= 0) {
         foldersSource = ymIOLoop::Descriptor::watch(foldersCopy, [weak](bool, bool, bool) {
             if (std::shared_ptr<State> self = weak.lock())
-                self->onFoldersChanged();
+                guarded("a folder change", [&] { self->onFoldersChanged(); });
         });
+        if (!foldersSource) {
+            close(foldersCopy);
+            foldersCopy = -1;
+        }
+    }
+    // What inotify does not watch is looked at with stat, and inotify tried again.
+    if (folders.complete() && foldersSource) {
+        statTimer.reset();
+    } else if (!statTimer) {
+        armStatTimer();
     }
     // A source for each process of the client, on a descriptor of its own.
     std::vector<pid_t> pids;
@@ -182,23 +290,27 @@ void ymClientWatch::State::resync()
         }
         processSources.clear();
         for (const ymProcessHandle &process : processes) {
-            if (process.descriptor() < 0)
+            int copy = process.descriptor() >= 0 ? copyOf(process.descriptor()) : -1;
+            if (copy < 0)
                 continue;
-            int copy = dup(process.descriptor());
-            auto source = ymIOLoop::Descriptor::watch(copy, [weak](bool, bool, bool) {
+            pid_t pid = process.pid();
+            auto source = ymIOLoop::Descriptor::watch(copy, [weak, pid](bool, bool, bool) {
                 if (std::shared_ptr<State> self = weak.lock())
-                    self->onChange(true);
+                    guarded("a process's end", [&] { self->onProcessEnded(pid); });
             });
             processSources.push_back({process.pid(), copy, std::move(source)});
         }
     }
-    bool unseenEnds = std::any_of(processes.begin(), processes.end(),
-                                  [](const ymProcessHandle &process) { return process.valid() && process.descriptor() < 0; });
+    bool unseenEnds = std::any_of(processes.begin(), processes.end(), [&](const ymProcessHandle &process) {
+        return process.valid() && std::none_of(processSources.begin(), processSources.end(), [&](const ProcessSource &source) {
+                   return source.pid == process.pid() && source.source;
+               });
+    });
     if (snapshot && snapshot->running && unseenEnds) {
         // No descriptor tells of these processes' end: they are asked every second.
         timer = ymIOLoop::Timer::after(std::chrono::seconds(1), [weak] {
             if (std::shared_ptr<State> self = weak.lock())
-                self->onTimer();
+                guarded("a look at the client", [&] { self->onTimer(); });
         });
     } else if (snapshot && !snapshot->running) {
         bool quick = startChecks < std::size(kStartChecks);
@@ -207,7 +319,7 @@ void ymClientWatch::State::resync()
             delay,
             [weak] {
                 if (std::shared_ptr<State> self = weak.lock())
-                    self->onTimer();
+                    guarded("a look at the client", [&] { self->onTimer(); });
             },
             quick ? std::chrono::milliseconds(10) : std::chrono::milliseconds(10000));
     } else {
@@ -215,56 +327,102 @@ void ymClientWatch::State::resync()
     }
 }
 
-void ymClientWatch::State::onChange(bool startAgain)
+void ymClientWatch::State::onProcessEnded(pid_t pid)
 {
-    if (startAgain) {
-        std::lock_guard<ymMutex> guard(lock);
-        startChecks = 0;
+    // The descriptor stays readable: its source ends here, and the look that follows arms the
+    // sources of the processes it finds.
+    std::lock_guard<ymMutex> guard(lock);
+    auto ended = std::find_if(processSources.begin(), processSources.end(),
+                              [pid](const ProcessSource &source) { return source.pid == pid; });
+    if (ended != processSources.end()) {
+        ended->source.reset();
+        close(ended->copy);
+        processSources.erase(ended);
     }
-    current();
-    resync();
+    askForLook(true);
 }
 
 void ymClientWatch::State::onTimer()
 {
+    std::lock_guard<ymMutex> guard(lock);
+    if (!use)
+        return;
     // While the folders are changing, the look waits for them to be quiet (a bundle half copied
     // is no news).
-    bool settling;
-    bool newChanges;
-    {
-        std::lock_guard<ymMutex> guard(lock);
-        newChanges = folders.pending();
-        settling = quietTimer != nullptr;
-    }
-    if (newChanges)
-        onFoldersChanged();
-    else if (!settling)
-        onChange(false);
+    noteFolderChanges();
+    if (!quietTimer)
+        askForLook(false);
+}
+
+void ymClientWatch::State::onStatTimer()
+{
+    std::lock_guard<ymMutex> guard(lock);
+    statTimer.reset();
+    if (!use)
+        return;
+    bool changed = folders.poll();
+    if (changed)
+        foldersChanged = true;
+    // Meanwhile every look takes a snapshot (it is not trusted): one while no client runs finds a
+    // client started, which no folder may tell without inotify.
+    if (changed || !snapshot || !snapshot->running)
+        askForLook(changed);
+    if (!folders.complete() || !foldersSource)
+        armStatTimer();
+}
+
+void ymClientWatch::State::armStatTimer()
+{
+    std::weak_ptr<State> weak = weak_from_this();
+    statTimer = ymIOLoop::Timer::after(
+        kStatEvery,
+        [weak] {
+            if (std::shared_ptr<State> self = weak.lock())
+                guarded("a look at the folders", [&] { self->onStatTimer(); });
+        },
+        kStatSlack);
 }
 
 void ymClientWatch::State::onFoldersChanged()
 {
     std::lock_guard<ymMutex> guard(lock);
-    if (!use)
-        return;
+    if (use)
+        noteFolderChanges();
+}
+
+void ymClientWatch::State::noteFolderChanges()
+{
     if (folders.changed() && !foldersChanged) {
         foldersChanged = true;
         firstUnsettled = std::chrono::steady_clock::now();
     }
     if (!foldersChanged)
-        return;
+        return;  // nothing that counts (a busy folder standing for one not made yet, say)
     auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - firstUnsettled);
     auto delay = std::max(std::chrono::milliseconds(0), std::min(kQuietFor, kQuietAtMost - waited));
     std::weak_ptr<State> weak = weak_from_this();
     quietTimer = ymIOLoop::Timer::after(delay, [weak] {
-        if (std::shared_ptr<State> self = weak.lock()) {
-            {
+        if (std::shared_ptr<State> self = weak.lock())
+            guarded("a look after changes", [&] {
                 std::lock_guard<ymMutex> guard(self->lock);
                 self->quietTimer.reset();
-            }
-            self->onChange(true);
-        }
+                self->askForLook(true);
+            });
     });
+}
+
+void ymClientWatch::State::stop()
+{
+    // On the I/O thread, after the last observer went; one that came meanwhile keeps the sources.
+    std::shared_ptr<ymIOLoop::Use> ending;
+    {
+        std::lock_guard<ymMutex> guard(lock);
+        if (!observers.empty() || !use)
+            return;
+        stopSources();
+        ending = std::move(use);
+    }
+    // The use of the thread is given up after the sources, outside the lock.
 }
 
 void ymClientWatch::State::stopSources()
@@ -280,6 +438,7 @@ void ymClientWatch::State::stopSources()
     processSources.clear();
     timer.reset();
     quietTimer.reset();
+    statTimer.reset();
 }
 
 ymClientWatch &ymClientWatch::shared()
@@ -288,48 +447,49 @@ ymClientWatch &ymClientWatch::shared()
     return *watch;
 }
 
-ymClientWatch::ymClientWatch() : _state(std::make_shared<State>()) {}
+ymClientWatch::ymClientWatch() = default;
 
-std::shared_ptr<const ymClientSnapshot> ymClientWatch::current() { return _state->current(); }
+std::shared_ptr<ymClientWatch::State> ymClientWatch::state()
+{
+    // Never destroyed: a fork may come at any time. The states of the processes this one was
+    // forked from are kept (never destroyed, none of their descriptors touched) and none is used.
+    State &current = _state.get([](const State *) { return std::make_shared<State>(ymFork::generation()); });
+    return current.shared_from_this();
+}
+
+std::shared_ptr<const ymClientSnapshot> ymClientWatch::current()
+{
+    // Every command asks: no reference is taken for it, the state outlives the call.
+    return _state.get([](const State *) { return std::make_shared<State>(ymFork::generation()); }).current();
+}
 
 uint64_t ymClientWatch::addObserver(Observer observer)
 {
-    current();  // what observers hear of is measured from here
-    uint64_t token;
-    bool start;
-    {
-        std::lock_guard<ymMutex> guard(_state->lock);
-        token = _state->nextToken++;
-        _state->observers.emplace(token, std::move(observer));
-        start = !_state->use;
-        if (start)
-            _state->use = std::make_shared<ymIOLoop::Use>();
-    }
-    if (start) {
-        std::weak_ptr<State> weak = _state;
-        ymIOLoop::shared().post([weak] {
-            if (std::shared_ptr<State> self = weak.lock())
-                self->resync();
-        });
+    std::shared_ptr<State> state = this->state();
+    state->current();  // what observers hear of is measured from here
+    std::lock_guard<ymMutex> guard(state->lock);
+    uint64_t token = state->nextToken++;
+    state->observers.emplace(token, std::move(observer));
+    if (!state->use) {
+        state->use = std::make_shared<ymIOLoop::Use>();
+        state->postResync();
     }
     return token;
 }
 
 void ymClientWatch::removeObserver(uint64_t token)
 {
-    std::shared_ptr<ymIOLoop::Use> use;
+    std::shared_ptr<State> state = this->state();
     {
-        std::lock_guard<ymMutex> guard(_state->lock);
-        if (!_state->observers.erase(token) || !_state->observers.empty())
+        std::lock_guard<ymMutex> guard(state->lock);
+        if (!state->observers.erase(token) || !state->observers.empty())
             return;
-        use = std::move(_state->use);
     }
-    // The sources end on the I/O thread, and the use of the thread is given up after them.
-    ymIOLoop::shared().post([state = _state, use]() mutable {
-        {
-            std::lock_guard<ymMutex> guard(state->lock);
-            state->stopSources();
-        }
-        use.reset();
+    // The sources end on the I/O thread, unless an observer has come again by then.
+    ymIOLoop::shared().post([state] {
+        if (state->ours())
+            guarded("ending its sources", [&] { state->stop(); });
     });
 }
+
+uint64_t ymClientWatch::snapshotsTaken() { return snapshotCount.load(std::memory_order_relaxed); }

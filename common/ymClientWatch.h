@@ -9,10 +9,18 @@
 // by that command: the kernel records the change before the call that made it returns.
 //
 // Observers hear, on the main loop (ymMainLoop), each change of what a companion cares about: the
-// client installed or removed, moved, started or quit, or its version changed. While there are
-// observers the I/O thread (ymIOLoop) waits on the same descriptors and reacts at once; an exec of
-// the client's executable is seen through its folder, and while no client runs the process table
-// is looked at again once a minute (for a client started from a bundle elsewhere).
+// client installed or removed, moved, started or quit, or its version changed, in the order the
+// changes were seen. While there are observers the I/O thread (ymIOLoop) waits on the same
+// descriptors; it only notices that something changed, and asks the main loop to look (one look
+// pending at most): the snapshot is taken there, never on the I/O thread, the observers are told,
+// and the I/O thread then waits on what the new snapshot depends on. An exec of the client's
+// executable is seen through its folder, and while no client runs the process table is looked at
+// again once a minute (for a client started from a bundle elsewhere). A folder inotify cannot
+// watch (none to be had) is looked at with stat every second or so, inotify is tried again each
+// time, and meanwhile each look takes a fresh snapshot.
+//
+// The watch belongs to the process that made it: the child of a fork leaves the parent's
+// descriptors and sources alone and starts afresh on first use.
 #pragma once
 
 #include <cstdint>
@@ -20,13 +28,15 @@
 #include <memory>
 
 #include "common/ymClientSnapshot.h"
+#include "platform/ymProcessBound.h"
 
 class ymClientWatch {
 public:
     // The process-wide watch. Never destroyed.
     static ymClientWatch &shared();
 
-    // The meeting client now (see above). Any thread.
+    // The meeting client now (see above). Any thread; on the I/O thread the last snapshot is
+    // answered as it is (none is taken there), and the main loop asked to look when something changed.
     std::shared_ptr<const ymClientSnapshot> current();
 
     // Called on the main loop with the client as it is now and as it was before the change.
@@ -36,6 +46,9 @@ public:
     // Stops the observer; unknown tokens are ignored.
     void removeObserver(uint64_t token);
 
+    // Snapshots taken by this process so far (for tests: what a change cost).
+    static uint64_t snapshotsTaken();
+
     ymClientWatch(const ymClientWatch &) = delete;
     ymClientWatch &operator=(const ymClientWatch &) = delete;
 
@@ -44,5 +57,7 @@ public:
 private:
     ymClientWatch();
     ~ymClientWatch() = delete;
-    std::shared_ptr<State> _state;
+    // This process's state, made on first use (again in the child of a fork).
+    std::shared_ptr<State> state();
+    ymProcessBound<State> _state;
 };

@@ -1,17 +1,29 @@
 // The meeting client coming and going as a companion hears of it, with the real simulator under a
 // temporary $HOME: started, quit, restarted as another version, its bundle removed while it runs;
 // in C++, in C and through ymctl watch. Each change is waited for on the main loop, with no poll
-// of the client's status in between.
+// of the client's status in between. And what watching costs and needs: a busy home folder costs
+// no look at the client, and a user without inotify instances still hears the client start.
 #include <YumoClientSdk/ymMainLoop.h>
 #include <YumoClientSdk/ymSdkC.h>
 #include <YumoClientSdk/ymSdkImplement.h>
 #include <csignal>
+#include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sys/inotify.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
+#include "common/ymClientWatch.h"
 #include "platform/ymPropertyList.h"
 #include "support/FacadeFixture.h"
 #include "support/Processes.h"
@@ -194,6 +206,215 @@ TEST_F(ClientState, YmctlWatchPrintsOneObjectPerChangeAndEndsCleanlyOnSignals)
         kill(watch.pid(), signalNumber);
         EXPECT_EQ(watch.wait(), 0) << "after signal " << signalNumber;
     }
+}
+
+TEST_F(ClientState, ABusyHomeCostsNoLookAtTheClientButTheNameItStandsForDoes)
+{
+    // No ~/Applications: the home folder stands for it. A shell appending to its history there,
+    // and now and then renaming a fresh copy into place, is no reason to look at the client.
+    const std::string history = home.path() + "/.bash_history";
+    const uint64_t taken = ymClientWatch::snapshotsTaken();
+    for (int line = 0; line < 300; ++line) {
+        std::ofstream(history, std::ios::app) << "ls -l " << line << "\n";
+        if (line % 50 == 0) {
+            ymtest::writeFile(history + ".new", ymtest::readFile(history));
+            std::filesystem::rename(history + ".new", history);
+        }
+        ymMainLoop::shared().dispatch();
+    }
+    ymMainLoop::shared().runFor(std::chrono::seconds(2));  // past any look these changes could ask for
+    EXPECT_EQ(ymClientWatch::snapshotsTaken(), taken);
+
+    ymtest::ChildProcess install(ymtest::toolProgram("ymsim"), {"install", "--version", "5.6.0"});
+    ASSERT_EQ(install.wait(), 0);
+    EXPECT_EQ(fields(waitFor(ymClientChangeInstalled)),
+              fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.0", bundle()}));
+}
+
+// Another user (nobody), for the processes of the test below: every inotify instance that user may
+// have is held by a child process of that user, which gives back a few for each byte written to it.
+constexpr uid_t kOtherUser = 65534;
+
+std::vector<std::string> asOtherUser(const std::string &program, std::vector<std::string> arguments)
+{
+    const std::string user = std::to_string(kOtherUser);
+    arguments.insert(arguments.begin(), {"--reuid=" + user, "--regid=" + user, "--clear-groups", "--", program});
+    return arguments;
+}
+
+class InotifyHeld {
+public:
+    InotifyHeld()
+    {
+        int ready[2], release[2];
+        if (pipe2(ready, O_CLOEXEC) != 0 || pipe2(release, O_CLOEXEC) != 0) {
+            _why = std::string("no pipe: ") + std::strerror(errno);
+            return;
+        }
+        _pid = fork();
+        if (_pid == 0) {
+            // Only system calls here: the test process has threads. It ends when the test
+            // process closes its end of the pipe, or ends itself. It tells how taking the
+            // instances ended, once.
+            close(ready[0]);
+            close(release[1]);
+            Report report;
+            if (setgroups(0, nullptr) != 0 || setgid(kOtherUser) != 0 || setuid(kOtherUser) != 0) {
+                report.error = errno;
+                (void)!write(ready[1], &report, sizeof report);
+                _exit(1);
+            }
+            report.outcome = Outcome::stopped;
+            // As many descriptors as this process may have: the user's limit can lie above the
+            // process's first one.
+            struct rlimit limit;
+            if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+                limit.rlim_cur = limit.rlim_max;
+                (void)setrlimit(RLIMIT_NOFILE, &limit);
+                if (getrlimit(RLIMIT_NOFILE, &limit) == 0)
+                    report.descriptorLimit = static_cast<long long>(limit.rlim_cur);
+            }
+            static int held[1 << 16];
+            int count = 0;
+            while (count < int(std::size(held)) && (held[count] = inotify_init1(IN_CLOEXEC)) >= 0)
+                ++count;
+            report.count = count;
+            if (count < int(std::size(held))) {
+                report.error = errno;
+                // EMFILE while a descriptor can still be had: the user's limit was reached, not
+                // the process's.
+                const int spare = report.error == EMFILE ? dup(ready[1]) : -1;
+                if (spare >= 0) {
+                    close(spare);
+                    report.outcome = Outcome::held;
+                } else if (report.error == EMFILE) {
+                    report.outcome = Outcome::beyondOneProcess;
+                }
+            } else {
+                report.outcome = Outcome::beyondOneProcess;
+            }
+            (void)!write(ready[1], &report, sizeof report);
+            char byte;
+            while (read(release[0], &byte, 1) == 1)
+                for (int given = 0; given < 8 && count > 0; ++given)
+                    close(held[--count]);
+            _exit(0);
+        }
+        const int forkError = errno;
+        close(ready[1]);
+        close(release[0]);
+        _release = release[1];
+        Report report;
+        const bool told = _pid > 0 && read(ready[0], &report, sizeof report) == sizeof report;
+        close(ready[0]);
+        if (_pid < 0) {
+            _why = std::string("no fork: ") + std::strerror(forkError);
+            return;
+        }
+        if (!told) {
+            int status = 0;
+            waitpid(_pid, &status, 0);
+            _pid = -1;
+            _why = WIFEXITED(status) ? "the holder ended without a word, with status " + std::to_string(WEXITSTATUS(status))
+                                     : "the holder ended without a word, by signal " + std::to_string(WTERMSIG(status));
+            return;
+        }
+        _outcome = report.outcome;
+        const std::string taken = std::to_string(report.count) + " taken, with a limit of " + std::to_string(report.descriptorLimit) +
+                                  " descriptors";
+        switch (report.outcome) {
+        case Outcome::held:
+            _why = "all " + std::to_string(report.count) + " held";
+            break;
+        case Outcome::notOtherUser:
+            _why = "the holder could not become user " + std::to_string(kOtherUser) + ": " + std::strerror(report.error);
+            break;
+        case Outcome::beyondOneProcess:
+            _why = "the user's inotify instances are more than one process can hold: " + taken;
+            break;
+        case Outcome::stopped:
+            _why = "taking inotify instances stopped: " + std::string(std::strerror(report.error)) + ", " + taken;
+            break;
+        }
+    }
+    ~InotifyHeld()
+    {
+        if (_release >= 0)
+            close(_release);  // the child ends
+        if (_pid > 0)
+            waitpid(_pid, nullptr, 0);
+    }
+    bool held() const { return _outcome == Outcome::held; }
+    // What this machine cannot give the test, rather than what went wrong.
+    bool beyondOneProcess() const { return _outcome == Outcome::beyondOneProcess; }
+    // How taking the instances ended, in words.
+    const std::string &why() const { return _why; }
+    void giveSomeBack() { (void)!write(_release, "x", 1); }
+
+private:
+    enum class Outcome : char { notOtherUser, stopped, beyondOneProcess, held };
+    // What the holder tells the test process through the pipe.
+    struct Report {
+        Outcome outcome = Outcome::notOtherUser;
+        int error = 0;
+        int count = 0;
+        long long descriptorLimit = 0;
+    };
+
+    pid_t _pid = -1;
+    int _release = -1;
+    Outcome _outcome = Outcome::notOtherUser;
+    std::string _why;
+};
+
+// The inotify instances a process holds.
+int inotifyInstances(pid_t pid)
+{
+    int count = 0;
+    std::error_code error;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error))
+        count += std::filesystem::read_symlink(entry.path(), error).string() == "anon_inode:inotify";
+    return count;
+}
+
+TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhenThereIsSome)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to act as another user";
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(home.path()))
+        ASSERT_EQ(lchown(entry.path().c_str(), kOtherUser, kOtherUser), 0);
+    ASSERT_EQ(chown(home.path().c_str(), kOtherUser, kOtherUser), 0);
+    InotifyHeld inotify;
+    if (inotify.beyondOneProcess())
+        GTEST_SKIP() << inotify.why();
+    ASSERT_TRUE(inotify.held()) << inotify.why();
+
+    // A companion of that user: ymctl watch (its own end bounds the waits for its lines). It has no
+    // inotify instance: none of its own, and none leaked from this process.
+    ymtest::ChildProcess watch("/usr/bin/setpriv", asOtherUser(ymtest::toolProgram("ymctl"), {"--json", "watch", "--seconds", "60"}));
+    auto nextChange = [&] { return nlohmann::json::parse(watch.readLine().value_or("{}")).value("change", "(ended)"); };
+    ASSERT_EQ(nextChange(), "now");
+    EXPECT_EQ(inotifyInstances(watch.pid()), 0);
+    // Past the quick looks that follow the watch's start: from here only the looks without inotify
+    // can find the client.
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+
+    ymtest::ChildProcess install("/usr/bin/setpriv", asOtherUser(ymtest::toolProgram("ymsim"), {"install", "--version", "5.6.0"}));
+    ASSERT_EQ(install.wait(), 0);
+    auto client = std::make_unique<ymtest::ChildProcess>(
+        "/usr/bin/setpriv", asOtherUser(bundle() + "/Contents/MacOS/yumoapp", {"--quiet", "--seconds", "90"}));
+    ASSERT_EQ(client->readLine(), "ready");
+    // Installed (a look may come while the bundle is half written: then updated too), then started.
+    std::vector<std::string> changes{nextChange()};
+    while (changes.back() != "started" && changes.back() != "(ended)")
+        changes.push_back(nextChange());
+    EXPECT_EQ(changes.front(), "installed");
+    EXPECT_EQ(changes.back(), "started");
+
+    inotify.giveSomeBack();
+    EXPECT_TRUE(ymtest::eventually([&] { return inotifyInstances(watch.pid()) > 0; }, std::chrono::seconds(30)));
+    client.reset();
+    EXPECT_EQ(nextChange(), "quit");
 }
 
 }  // namespace
