@@ -9,6 +9,7 @@
 
 #include "foundation/ymLog.h"
 #include "foundation/ymTextRules.h"
+#include "3rdSDKIPC/ipc_socket/ySocketInbound.h"
 #include "platform/ymIOLoop.h"
 
 // What the socket object reads goes to the channel's Impl, which the socket holds weakly; the
@@ -23,6 +24,13 @@ struct YMSocketIPCChannel_SDK::Impl : ySocketDelegate, std::enable_shared_from_t
     bool delegateIsWeak = false;
 
     int32_t onMessageRecieved(const std::string &message) override;
+    // Whether there is a receiver, without taking a reference: the last reference to a receiver
+    // must never be let go on the I/O thread (its destruction is heavy work).
+    bool hasReceiver() const
+    {
+        std::lock_guard<ymMutex> guard(delegateLock);
+        return delegateIsWeak ? !weakDelegate.expired() : delegate != nullptr;
+    }
     // The receiver now, kept alive for the call when it is held weakly.
     std::pair<YMSocketIPCChannelDelegate *, std::shared_ptr<YMSocketIPCChannelDelegate>> receiver() const
     {
@@ -56,10 +64,12 @@ int32_t YMSocketIPCChannel_SDK::Impl::onMessageRecieved(const std::string &messa
     std::string_view trimmed = ymText::withoutTrailingWhitespaceAndNewlines(message);
     if (!key || message.find(key) == std::string::npos || trimmed.empty() || trimmed.back() != '}')
         return -1;
-    if (!receiver().first)
+    if (!hasReceiver())
         return 0;
+    // The delivery pays for its bytes until it has run: a connection whose deliveries wait beyond
+    // its bound stops reading until the companion catches up.
     std::weak_ptr<Impl> weak = weak_from_this();
-    ymMainLoop::shared().post([weak, message] {
+    ymMainLoop::shared().post([weak, message, charge = ySocketInbound::charge(message.size())] {
         std::shared_ptr<Impl> self = weak.lock();
         if (!self)
             return;

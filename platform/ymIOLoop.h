@@ -10,8 +10,13 @@
 // it is destroyed from inside its own callback. An object that owns sources destroys them in work
 // it runs on the I/O thread, and keeps a Use for as long as it has any. Work posted from other
 // threads holds what it needs by weak reference, or by a strong one it gives up when it has run.
+// Nothing a handler or posted work throws leaves the I/O thread: it is logged and dropped.
+//
+// In the child of a fork the loop starts afresh on first use: the parent's thread, queue and
+// descriptors are left alone there (sources made in the parent are never served in the child).
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -34,6 +39,7 @@ public:
         Use &operator=(const Use &) = delete;
 
     private:
+        uint64_t _generation;  // a Use the parent took does not count in a child
         bool _running;
     };
 
@@ -58,7 +64,11 @@ public:
         // Null when the descriptor cannot be watched.
         static std::unique_ptr<Descriptor> watch(int fd, Handler handler);
         virtual ~Descriptor() = default;
+        // Watches for writability too, or no more.
         virtual void setWritable(bool writable) = 0;
+        // Watches for readability (as at first), or no more: the peer then feels the socket's
+        // pressure. A hangup is told whatever is watched.
+        virtual void setReadable(bool readable) = 0;
     };
 
     // Calls back once, after the delay; destroying it first cancels it. `slack` lets the wake-up be
@@ -72,6 +82,10 @@ public:
 
     // Calls back with the name of every entry created in the folder or moved into it, and with
     // nullptr once the folder itself has gone (removed or moved away): the watch has then ended.
+    // When the kernel lost events (its queue overflowed), every entry the folder holds is told.
+    // Where no inotify instance or watch can be had, the folder is looked at every second or so
+    // instead (a stat, and a read only when it changed; an entry is told when it is new or its
+    // inode is), and inotify is tried again at each look.
     class DirectoryWatch {
     public:
         using Handler = std::function<void(const char *name)>;
@@ -88,5 +102,8 @@ public:
 private:
     ymIOLoop();
     ~ymIOLoop() = delete;
-    State *_state;
+    // The state of this process: the child of a fork starts afresh (no thread, no descriptor of
+    // the parent's), leaving the parent's untouched.
+    State &state();
+    std::atomic<State *> _state;
 };

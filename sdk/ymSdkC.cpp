@@ -13,6 +13,7 @@
 #include "platform/ymMutex.h"
 
 #include "foundation/ymAnswerStorage.h"
+#include "foundation/ymCallbackSlot.h"
 
 namespace {
 
@@ -36,53 +37,41 @@ void guarded(Body body) noexcept
     }
 }
 
-// The callbacks, as the shared facade's delegate: it lives as long as the process.
+// The callbacks, as the shared facade's delegate: it lives as long as the process. Once a setter
+// returns, the callback it replaced is not called again (see ymCallbackSlot.h).
 class CallbackDelegate : public ymSdkDelegate {
 public:
     template <typename Callback>
-    struct Slot {
+    struct Bound {
         Callback callback = nullptr;
         void *context = nullptr;
+        explicit operator bool() const { return callback != nullptr; }
+        template <typename Record>
+        void operator()(const Record *record) const { callback(record, context); }
     };
 
-    void setPresence(ymPresenceStatusCallback callback, void *context) { store(_presence, {callback, context}); }
-    void setAudio(ymAudioInfoCallback callback, void *context) { store(_audio, {callback, context}); }
+    void setPresence(ymPresenceStatusCallback callback, void *context)
+    {
+        _presence.set(Bound<ymPresenceStatusCallback>{callback, context});
+    }
+    void setAudio(ymAudioInfoCallback callback, void *context) { _audio.set(Bound<ymAudioInfoCallback>{callback, context}); }
 
     void ymSdkIMPresenceStatus(YMPresenceStatus_s status) override
     {
-        Slot<ymPresenceStatusCallback> slot = load(_presence);
         ymPresenceStatus record = {status.error, status.code, status.text ? status.text->c_str() : nullptr, status.presenceStatus};
-        if (slot.callback)
-            slot.callback(&record, slot.context);
+        _presence.call(&record);
     }
     void ymSdkAudioInfo(YMAudioInfo_s info) override
     {
-        Slot<ymAudioInfoCallback> slot = load(_audio);
         const auto &device = info.audioDevice;
         ymAudioInfo record = {info.audioCmd, device.deviceIndex ? device.deviceIndex->c_str() : nullptr,
                               device.deviceName ? device.deviceName->c_str() : nullptr};
-        if (slot.callback)
-            slot.callback(&record, slot.context);
+        _audio.call(&record);
     }
 
 private:
-    // The callbacks are set on any thread and called on the main loop's.
-    template <typename Callback>
-    void store(Slot<Callback> &slot, Slot<Callback> value)
-    {
-        std::lock_guard<ymMutex> guard(_lock);
-        slot = value;
-    }
-    template <typename Callback>
-    Slot<Callback> load(const Slot<Callback> &slot)
-    {
-        std::lock_guard<ymMutex> guard(_lock);
-        return slot;
-    }
-
-    ymMutex _lock;
-    Slot<ymPresenceStatusCallback> _presence;
-    Slot<ymAudioInfoCallback> _audio;
+    ymCallbackSlot<Bound<ymPresenceStatusCallback>> _presence;
+    ymCallbackSlot<Bound<ymAudioInfoCallback>> _audio;
 };
 
 CallbackDelegate &callbacks()

@@ -12,13 +12,17 @@
 #include <vector>
 
 #include "common/ymClientWatch.h"
+#include "foundation/ymCallbackSlot.h"
 #include "foundation/ymLog.h"
+#include "foundation/ymThread.h"
 #include "foundation/ymValueJSON.h"
 #include "foundation/ymWeakReference.h"
 #include "sdk/ymAudioDeviceStore.h"
 #include "sdk/ymClientChecks.h"
 #include "sdk/ymIPCMessage.h"
 #include "sdk/ymNotificationTransport.h"
+#include "platform/ymIOLoop.h"
+#include "platform/ymProcessBound.h"
 #include "sdk/ymSocketTransport.h"
 
 struct ymSdkImplement::Impl {
@@ -27,20 +31,34 @@ struct ymSdkImplement::Impl {
         std::optional<std::string> deviceIndex;
     };
     using Peer = ymTransport::Peer;
+    using ClientStateHandler = std::function<void(const YMClientState_s &)>;
 
-    /// The in-memory registry: written on the callers' threads, read on the main loop's.
-    std::vector<DeviceEntry> devicesArray;
-    ymMutex devicesLock;
+    /// What belongs to the process that made it: the devices it registered, its connections and
+    /// its observations. The child of a fork starts with its own (no device of its parent's, new
+    /// connections) and never touches its parent's.
+    struct ProcessPart {
+        /// The in-memory registry: written on the callers' threads, read on the main loop's.
+        std::vector<DeviceEntry> devicesArray;
+        ymMutex devicesLock;
+        ymSocketTransport sockets;
+        ymNotificationTransport notifications;
+        /// The companion's handler of the client's changes, and the watch's observation that calls it.
+        ymCallbackSlot<ClientStateHandler> clientStateHandler;
+        ymMutex observationLock;
+        uint64_t clientObservation = 0;
+    };
+
     ymWeakReference<ymSdkDelegate> delegate;
     std::atomic<int64_t> features{0};
-    ymSocketTransport sockets;
-    ymNotificationTransport notifications;
-    /// The companion's handler of the client's changes, and the watch's observation that calls it.
-    ymMutex clientStateLock;
-    std::function<void(const YMClientState_s &)> clientStateHandler;
-    uint64_t clientObservation = 0;
+    ymProcessBound<ProcessPart> bound;
+    std::weak_ptr<ymSdkImplement> self;
 
-    void setUp(ymSdkImplement &facade);
+    /// This process's part, opened on first use in the child of a fork.
+    ProcessPart &part()
+    {
+        return bound.get([this](const ProcessPart *) { return open(self); });
+    }
+    static std::shared_ptr<ProcessPart> open(const std::weak_ptr<ymSdkImplement> &facade);
     // Hands the text to the transport the installed client speaks: 0, or 8 without one.
     int32_t sendByInstalledTransport(const ymClientSnapshot &client, const std::string &message, Peer peer);
 };
@@ -54,37 +72,47 @@ ymSdkImplement *ymSdkImplement::SharedInstance()
 
 std::shared_ptr<ymSdkImplement> ymSdkImplement::create()
 {
-    std::shared_ptr<ymSdkImplement> facade(new ymSdkImplement());
-    facade->_impl->setUp(*facade);
+    // From here on every line of the SDK goes to the log file.
+    ymLogHelper::redirectNSLog(NO);
+    // A facade whose last reference goes on the I/O thread is not destroyed there: its clean-up
+    // writes the shared list and sends, which the I/O thread must never wait for.
+    std::shared_ptr<ymSdkImplement> facade(new ymSdkImplement(), [](ymSdkImplement *released) {
+        if (!ymIOLoop::onIOThread() || !ymDetachThread([released] { delete released; }))
+            delete released;
+    });
+    facade->_impl->self = facade;
+    facade->setFeatures(0);
+    facade->_impl->part();
     return facade;
 }
 
 ymSdkImplement::ymSdkImplement() : _impl(std::make_unique<Impl>()) {}
 
-void ymSdkImplement::Impl::setUp(ymSdkImplement &facade)
+std::shared_ptr<ymSdkImplement::Impl::ProcessPart> ymSdkImplement::Impl::open(const std::weak_ptr<ymSdkImplement> &facade)
 {
-    // From here on every line of the SDK goes to the log file.
-    ymLogHelper::redirectNSLog(NO);
-    facade.setFeatures(0);
-
-    // Both transports are opened whatever the installed client speaks; a channel that cannot be
-    // made (no group container) stays nil. They deliver to the facade weakly: nothing reaches a
-    // facade that is being released.
-    sockets.open(facade.weak_from_this());
-    notifications.open(facade.weak_from_this());
-
-    std::lock_guard<ymMutex> guard(devicesLock);
-    devicesArray.clear();
+    auto part = std::make_shared<ProcessPart>();
+    // The socket channels are opened whatever the installed client speaks (a channel that cannot
+    // be made, for want of a group container, stays nil); the notification transport, and with it
+    // the session bus, only when the installed client needs it, or at the first command that does.
+    // Both deliver to the facade weakly: nothing reaches a facade that is being released.
+    part->sockets.open(facade);
+    bool needsNotifications = !ymClientChecks::isYumoClientSupportNewIPC(*ymClientWatch::shared().current());
+    part->notifications.open(facade, needsNotifications);
+    return part;
 }
 
 ymSdkImplement::~ymSdkImplement()
 {
+    // A facade the parent of this process made is left to the parent: its devices are not this
+    // process's to release, nor its connections to close.
+    Impl::ProcessPart *part = _impl->bound.ifCurrent();
+    if (!part)
+        return;
     SetClientStateHandler(nullptr);
     CleanupAudioDevices();
-    // The channels close their sockets; the notification manager goes on observing for the rest
-    // of the process, delivering to nobody.
-    _impl->sockets.close();
-    _impl->notifications.close();
+    // The channels close their sockets; the notification manager goes, and its observations with it.
+    part->sockets.close();
+    part->notifications.close();
 }
 
 int64_t ymSdkImplement::GetSDKAvailableFeatures() { return 3; }
@@ -113,9 +141,10 @@ int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevic
 int32_t ymSdkImplement::Impl::sendByInstalledTransport(const ymClientSnapshot &client, const std::string &message, Peer peer)
 {
     // Sockets for clients that speak them, notifications for older ones; chosen afresh each time.
+    ProcessPart &kept = part();
     ymTransport &transport = ymClientChecks::isYumoClientSupportNewIPC(client)
-                                 ? static_cast<ymTransport &>(sockets)
-                                 : static_cast<ymTransport &>(notifications);
+                                 ? static_cast<ymTransport &>(kept.sockets)
+                                 : static_cast<ymTransport &>(kept.notifications);
     return transport.send(peer, message);
 }
 
@@ -136,31 +165,33 @@ bool ymSdkImplement::RegisterAudioDevice(const std::optional<std::string> &devic
 void ymSdkImplement::addToDeviceArray(const std::optional<std::string> &deviceName,
                                       const std::optional<std::string> &deviceIndex)
 {
-    std::lock_guard<ymMutex> guard(_impl->devicesLock);
-    for (const Impl::DeviceEntry &entry : _impl->devicesArray) {
+    Impl::ProcessPart *part = &_impl->part();
+    std::lock_guard<ymMutex> guard(part->devicesLock);
+    for (const Impl::DeviceEntry &entry : part->devicesArray) {
         // A missing value matches nothing, as a nil never equals a text.
         bool sameName = entry.deviceName && deviceName && *entry.deviceName == *deviceName;
         bool sameIndex = entry.deviceIndex && deviceIndex && *entry.deviceIndex == *deviceIndex;
         if (sameName && sameIndex)
             return;
     }
-    _impl->devicesArray.push_back({deviceName, deviceIndex});
+    part->devicesArray.push_back({deviceName, deviceIndex});
 }
 
 void ymSdkImplement::CleanupAudioDevices()
 {
+    Impl::ProcessPart *part = &_impl->part();
     std::vector<ymAudioDeviceStore::Device> devices;
     {
-        std::lock_guard<ymMutex> guard(_impl->devicesLock);
-        if (_impl->devicesArray.empty())
+        std::lock_guard<ymMutex> guard(part->devicesLock);
+        if (part->devicesArray.empty())
             return;
-        for (const Impl::DeviceEntry &entry : _impl->devicesArray)
+        for (const Impl::DeviceEntry &entry : part->devicesArray)
             devices.push_back({entry.deviceName, entry.deviceIndex});
     }
     ymAudioDeviceStore::CleanupResult result = ymAudioDeviceStore::removeDevices(devices);
     if (result.nothingStored) {
-        std::lock_guard<ymMutex> guard(_impl->devicesLock);
-        _impl->devicesArray.clear();
+        std::lock_guard<ymMutex> guard(part->devicesLock);
+        part->devicesArray.clear();
         return;
     }
     // The releases go out once the shared list is written; those that cannot be sent are lost.
@@ -189,8 +220,9 @@ bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &device
         return false;
     bool registered = false;
     {
-        std::lock_guard<ymMutex> guard(_impl->devicesLock);
-        for (const Impl::DeviceEntry &entry : _impl->devicesArray) {
+        Impl::ProcessPart *part = &_impl->part();
+        std::lock_guard<ymMutex> guard(part->devicesLock);
+        for (const Impl::DeviceEntry &entry : part->devicesArray) {
             if (entry.deviceName == deviceName && entry.deviceIndex == deviceIndex) {
                 registered = true;
                 break;
@@ -217,13 +249,13 @@ int32_t ymSdkImplement::onMessageRecieved(const std::optional<std::string> &mess
         audioInfo.audioCmd = ymIPCMessage::audioCmd(*parsed);
         audioInfo.audioDevice.deviceName = ymIPCMessage::deviceName(*parsed);
         audioInfo.audioDevice.deviceIndex = ymIPCMessage::deviceIndex(*parsed);
-        // The delegate is weak: it is looked up afresh before each step.
-        if (!delegate())
+        // The delegate is weak: it is looked up afresh before each step, and one replaced
+        // meanwhile is not called.
+        if (_impl->delegate.expired())
             return 0;
         if (!isRegisteredDevice(audioInfo.audioDevice.deviceName, audioInfo.audioDevice.deviceIndex))
             return 0;
-        if (std::shared_ptr<ymSdkDelegate> receiver = delegate())
-            receiver->ymSdkAudioInfo(audioInfo);
+        _impl->delegate.call([&](ymSdkDelegate &receiver) { receiver.ymSdkAudioInfo(audioInfo); });
     } else if (commandId == ymIPCMessage::kCommandPresenceStatus) {
         ymIPCMessage::ResultReading result = ymIPCMessage::result(*parsed);
         YMPresenceStatus_s status;
@@ -231,8 +263,7 @@ int32_t ymSdkImplement::onMessageRecieved(const std::optional<std::string> &mess
         status.code = result.code;
         status.text = result.text;
         status.presenceStatus = ymIPCMessage::presenceStatus(*parsed);
-        if (std::shared_ptr<ymSdkDelegate> receiver = delegate())
-            receiver->ymSdkIMPresenceStatus(status);
+        _impl->delegate.call([&](ymSdkDelegate &receiver) { receiver.ymSdkIMPresenceStatus(status); });
     }
     return 0;
 }
@@ -295,41 +326,37 @@ YMClientState_s ymSdkImplement::GetClientState() { return stateOf(*ymClientWatch
 
 void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientState_s &state)> handler)
 {
-    uint64_t stop = 0;
-    bool start = false;
-    {
-        std::lock_guard<ymMutex> guard(_impl->clientStateLock);
-        _impl->clientStateHandler = std::move(handler);
-        if (!_impl->clientStateHandler)
-            stop = std::exchange(_impl->clientObservation, 0);
-        else
-            start = _impl->clientObservation == 0;
-    }
-    if (stop)
-        ymClientWatch::shared().removeObserver(stop);
-    if (!start)
+    Impl::ProcessPart *part = _impl->bound.ifCurrent();
+    if (!part && !handler)
+        return;  // nothing of this process's to stop
+    if (!part)
+        part = &_impl->part();
+    bool wanted = static_cast<bool>(handler);
+    // From here the old handler is not called again (a call under way on another thread is
+    // waited for).
+    part->clientStateHandler.set(std::move(handler));
+    std::lock_guard<ymMutex> guard(part->observationLock);
+    if (!wanted) {
+        if (uint64_t stop = std::exchange(part->clientObservation, 0))
+            ymClientWatch::shared().removeObserver(stop);
         return;
-    // The observer holds this facade weakly: a facade that is gone hears nothing.
+    }
+    if (part->clientObservation != 0)
+        return;
+    // The observer holds this facade weakly: a facade that is gone hears nothing. The handler is
+    // looked up for every change it is told, so one removed in the middle of a batch hears no more.
     std::weak_ptr<ymSdkImplement> weak = weak_from_this();
-    uint64_t token = ymClientWatch::shared().addObserver([weak](const ymClientSnapshot &now, const ymClientSnapshot &before) {
+    part->clientObservation = ymClientWatch::shared().addObserver([weak](const ymClientSnapshot &now, const ymClientSnapshot &before) {
         std::shared_ptr<ymSdkImplement> self = weak.lock();
         if (!self)
             return;
-        std::function<void(const YMClientState_s &)> current;
-        {
-            std::lock_guard<ymMutex> guard(self->_impl->clientStateLock);
-            current = self->_impl->clientStateHandler;
-        }
+        Impl::ProcessPart *current = self->_impl->bound.ifCurrent();
         if (!current)
             return;
         for (const YMClientState_s &state : changesBetween(now, before))
-            current(state);
+            if (!current->clientStateHandler.call(state))
+                return;
     });
-    std::lock_guard<ymMutex> guard(_impl->clientStateLock);
-    if (_impl->clientObservation == 0 && _impl->clientStateHandler)
-        _impl->clientObservation = token;
-    else
-        ymClientWatch::shared().removeObserver(token);  // set meanwhile by another thread, or cleared
 }
 
 std::shared_ptr<ymSdkDelegate> ymSdkImplement::delegate() const { return _impl->delegate.get(); }
@@ -339,24 +366,24 @@ void ymSdkImplement::setFeatures(int64_t features) { _impl->features.store(featu
 
 std::shared_ptr<YMSocketIPCChannel_SDK> ymSdkImplement::socketIPCChannelToYumo() const
 {
-    return _impl->sockets.channel(Impl::Peer::meetingClient);
+    return _impl->part().sockets.channel(Impl::Peer::meetingClient);
 }
 
 void ymSdkImplement::setSocketIPCChannelToYumo(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel)
 {
-    _impl->sockets.setChannel(Impl::Peer::meetingClient, channel);
+    _impl->part().sockets.setChannel(Impl::Peer::meetingClient, channel);
 }
 
 std::shared_ptr<YMSocketIPCChannel_SDK> ymSdkImplement::socketIPCChannelToYyhost() const
 {
-    return _impl->sockets.channel(Impl::Peer::host);
+    return _impl->part().sockets.channel(Impl::Peer::host);
 }
 
 void ymSdkImplement::setSocketIPCChannelToYyhost(const std::shared_ptr<YMSocketIPCChannel_SDK> &channel)
 {
-    _impl->sockets.setChannel(Impl::Peer::host, channel);
+    _impl->part().sockets.setChannel(Impl::Peer::host, channel);
 }
 
-std::shared_ptr<ymIPCMsgMgr> ymSdkImplement::ipcMsgMgr() const { return _impl->notifications.manager(); }
+std::shared_ptr<ymIPCMsgMgr> ymSdkImplement::ipcMsgMgr() const { return _impl->part().notifications.manager(); }
 
-void ymSdkImplement::setIpcMsgMgr(const std::shared_ptr<ymIPCMsgMgr> &manager) { _impl->notifications.setManager(manager); }
+void ymSdkImplement::setIpcMsgMgr(const std::shared_ptr<ymIPCMsgMgr> &manager) { _impl->part().notifications.setManager(manager); }

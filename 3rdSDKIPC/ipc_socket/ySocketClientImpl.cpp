@@ -7,6 +7,7 @@
 
 #include "platform/ymMutex.h"
 #include <pthread.h>
+#include <random>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "foundation/ymTextRules.h"
 #include "foundation/ymWeakReference.h"
 #include "platform/ymIOLoop.h"
+#include "platform/ymProcessBound.h"
 
 namespace {
 
@@ -28,6 +30,12 @@ const char *const kDisconnect = "-[ySocketClientImpl_SDK disconnect]";
 // but nobody listening, the attempt is made again this many times, 10 ms, 20 ms, ... apart (about
 // 2.5 s in all): the peer may be about to listen. Then only a change in its folder wakes the client.
 constexpr int kQuickRetries = 8;
+// A peer that accepts and then closes at once (a meeting client shutting down, say) is connected
+// to again after a pause that doubles, from the first to the last of these, with jitter; a
+// connection that stood this long (or brought a message) starts the pauses afresh.
+constexpr std::chrono::milliseconds kFirstBackOff{50};
+constexpr std::chrono::milliseconds kLastBackOff{2000};
+constexpr std::chrono::milliseconds kSteadyConnection{2000};
 // A peer that is there but takes nobody (its listen queue is full), a shortage here, or a folder
 // that cannot be watched: looked at again this often.
 constexpr std::chrono::minutes kSlowRetry{1};
@@ -75,6 +83,9 @@ struct ClientCore : ySocketConnection::Owner, std::enable_shared_from_this<Clien
     std::string watchedPath;       // the socket path the watch is for
     std::unique_ptr<ymIOLoop::Timer> retry;
     int quickRetriesLeft = 0;
+    Clock::time_point connectedAt;     // the connection standing now was made then
+    bool heardOnConnection = false;    // and has brought a message
+    std::chrono::milliseconds backOff{0};  // the pause after a connection closed at once
 
     std::shared_ptr<ySocketConnection> current()
     {
@@ -105,10 +116,34 @@ struct ClientCore : ySocketConnection::Owner, std::enable_shared_from_this<Clien
     void connectionEnded(ySocketConnection &connection) override;
 };
 
+// A pause between `pause` / 2 and `pause`: companions that lost one peer at once do not all come
+// back at the same instant.
+std::chrono::milliseconds withJitter(std::chrono::milliseconds pause)
+{
+    thread_local std::minstd_rand random(static_cast<unsigned>(getpid()) ^ static_cast<unsigned>(gettid()) ^
+                                         static_cast<unsigned>(Clock::now().time_since_epoch().count()));
+    long long half = pause.count() / 2;
+    return std::chrono::milliseconds(half + std::uniform_int_distribution<long long>(0, half)(random));
+}
+
 }  // namespace
 
 struct ySocketClientImpl_SDK::Impl {
-    std::shared_ptr<ClientCore> core = std::make_shared<ClientCore>();
+    // The client of this process: a child of a fork gets one of its own, with the same path and
+    // delegate, that connects anew (the parent's connection is never used there).
+    ymProcessBound<ClientCore> bound{std::make_shared<ClientCore>()};
+
+    ClientCore &core()
+    {
+        return bound.get([](const ClientCore *abandoned) {
+            auto fresh = std::make_shared<ClientCore>();
+            ClientCore &old = const_cast<ClientCore &>(*abandoned);
+            std::lock_guard<ymMutex> guard(old.lock);
+            fresh->socketPath = old.socketPath;
+            fresh->delegate.set(old.delegate.weak());
+            return fresh;
+        });
+    }
 };
 
 std::shared_ptr<ySocketClientImpl_SDK> ySocketClientImpl_SDK::create()
@@ -126,14 +161,15 @@ ySocketClientImpl_SDK::~ySocketClientImpl_SDK()
 
 void ySocketClientImpl_SDK::connect()
 {
-    uint64_t ticket = _impl->core->askAttempt();
-    _impl->core->waitFor(ticket, Clock::now() + ySocketFraming::kAttemptWaitLimit);
+    ClientCore &core = _impl->core();
+    uint64_t ticket = core.askAttempt();
+    core.waitFor(ticket, Clock::now() + ySocketFraming::kAttemptWaitLimit);
 }
 
 bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
 {
     static const char *const kFn = "-[ySocketClientImpl_SDK send:]";
-    ClientCore &core = *_impl->core;
+    ClientCore &core = _impl->core();
     std::shared_ptr<ySocketConnection> connection = core.current();
     if (!connection) {
         YM_LOG("%s: socket connect %d is not ready, need connect it again!", kFn, -1);
@@ -163,7 +199,9 @@ bool ySocketClientImpl_SDK::send(const std::optional<std::string> &message)
 void ySocketClientImpl_SDK::disconnect()
 {
     YM_LOG("%s", kDisconnect);
-    _impl->core->stop();
+    // A client the parent of this process made is left to the parent.
+    if (ClientCore *core = _impl->bound.ifCurrent())
+        core->stop();
 }
 
 uint64_t ClientCore::askAttempt()
@@ -356,6 +394,8 @@ void ClientCore::connected(int fd)
     watch.reset();
     retry.reset();
     quickRetriesLeft = 0;
+    connectedAt = Clock::now();
+    heardOnConnection = false;
     answer(asked);  // whoever asked meanwhile finds the connection standing
     YM_LOG("%s: connect %d success...", kConnect, fd);
 }
@@ -453,6 +493,7 @@ void ClientCore::connectionRead(ySocketConnection &connection, long count, std::
 
 void ClientCore::connectionReceived(ySocketConnection &, const std::string &message)
 {
+    heardOnConnection = true;
     if (std::shared_ptr<ySocketDelegate> receiver = delegate.get())
         receiver->onMessageRecieved(message);
 }
@@ -469,21 +510,31 @@ void ClientCore::connectionEnded(ySocketConnection &ended)
             connection.reset();
     }
     // The peer went: connect again at once, and if nobody listens, as soon as its socket is made
-    // again.
-    attempt(true);
+    // again. A peer that took the connection only to close it is given a pause first, longer each
+    // time it does so again.
+    if (heardOnConnection || Clock::now() - connectedAt >= kSteadyConnection) {
+        backOff = std::chrono::milliseconds(0);
+        attempt(true);
+        return;
+    }
+    backOff = backOff.count() == 0 ? kFirstBackOff : std::min(backOff * 2, kLastBackOff);
+    quickRetriesLeft = kQuickRetries;
+    retryAfter(withJitter(backOff));
 }
 
 std::optional<std::string> ySocketClientImpl_SDK::socketPath() const
 {
-    std::lock_guard<ymMutex> guard(_impl->core->lock);
-    return _impl->core->socketPath;
+    ClientCore &core = _impl->core();
+    std::lock_guard<ymMutex> guard(core.lock);
+    return core.socketPath;
 }
 
 void ySocketClientImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath)
 {
-    std::lock_guard<ymMutex> guard(_impl->core->lock);
-    _impl->core->socketPath = socketPath;
+    ClientCore &core = _impl->core();
+    std::lock_guard<ymMutex> guard(core.lock);
+    core.socketPath = socketPath;
 }
 
-std::shared_ptr<ySocketDelegate> ySocketClientImpl_SDK::delegate() const { return _impl->core->delegate.get(); }
-void ySocketClientImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->core->delegate.set(delegate); }
+std::shared_ptr<ySocketDelegate> ySocketClientImpl_SDK::delegate() const { return _impl->core().delegate.get(); }
+void ySocketClientImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->core().delegate.set(delegate); }

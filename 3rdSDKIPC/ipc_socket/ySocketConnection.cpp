@@ -32,6 +32,13 @@ std::shared_ptr<ySocketConnection> ySocketConnection::serve(int fd, std::weak_pt
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
     std::shared_ptr<ySocketConnection> connection(new ySocketConnection(fd, std::move(owner), readerName));
     std::weak_ptr<ySocketConnection> weak = connection;
+    connection->_inbound = std::make_shared<ySocketInbound::Budget>([weak] {
+        // The companion has caught up: reading goes on, on the I/O thread.
+        ymIOLoop::shared().post([weak] {
+            if (std::shared_ptr<ySocketConnection> self = weak.lock())
+                self->readAgain();
+        });
+    });
     connection->_watch = ymIOLoop::Descriptor::watch(fd, [weak](bool readable, bool writable, bool hangup) {
         if (std::shared_ptr<ySocketConnection> self = weak.lock())
             self->ready(readable, writable, hangup);
@@ -78,18 +85,15 @@ ySocketConnection::Written ySocketConnection::write(std::string_view bytes, std:
     std::unique_lock<ymMutex> guard(_lock);
     if (_closing || _fd < 0)
         return Written::failed;
+    if (!_queue.empty() && _queuedBytes + bytes.size() > ySocketFraming::kMaximumQueuedBytes && !ymIOLoop::onIOThread() &&
+        !waitForRoom(guard, bytes.size()))
+        return Written::failed;
     if (!_queue.empty()) {
-        if (_stalled || _queuedBytes + bytes.size() > ySocketFraming::kMaximumQueuedBytes)
+        if (_stalled)
             return Written::failed;
-        _queue.push_back({std::string(bytes), 0, Clock::now() + ySocketFraming::kPeerWaitLimit, std::move(done)});
+        _queue.push_back({std::string(bytes), 0, std::move(done)});
         _queuedBytes += bytes.size();
-        // Behind a text the peer has begun there may be no deadline set yet: this one needs one.
-        if (_deadlineArmed)
-            return Written::queued;
-        _deadlineArmed = true;
-        guard.unlock();
-        onIOThread([](ySocketConnection &self) { self.armTimer(); });
-        return Written::queued;
+        return Written::queued;  // the queue's timer runs already
     }
     long sent = sendNow(_fd, bytes.data(), bytes.size());
     if (sent == static_cast<long>(bytes.size()))
@@ -97,8 +101,9 @@ ySocketConnection::Written ySocketConnection::write(std::string_view bytes, std:
     if (sent < 0 && !wouldBlock())
         return Written::failed;  // the peer has gone, or will not take anything more
     size_t taken = sent > 0 ? static_cast<size_t>(sent) : 0;
-    _queue.push_back({std::string(bytes), taken, Clock::now() + ySocketFraming::kPeerWaitLimit, std::move(done)});
+    _queue.push_back({std::string(bytes), taken, std::move(done)});
     _queuedBytes += bytes.size() - taken;
+    _lastProgress = Clock::now();
     guard.unlock();
     // The rest goes out when the peer takes it.
     onIOThread([](ySocketConnection &self) {
@@ -106,6 +111,22 @@ ySocketConnection::Written ySocketConnection::write(std::string_view bytes, std:
         self.armTimer();
     });
     return Written::queued;
+}
+
+bool ySocketConnection::waitForRoom(std::unique_lock<ymMutex> &guard, size_t bytes)
+{
+    // The queue is full: the writer waits while the peer takes something at least every wait limit;
+    // a peer that takes nothing for that long is given up by the I/O thread, and so is the text.
+    for (;;) {
+        if (_closing || _fd < 0 || _stalled)
+            return false;
+        if (_queue.empty() || _queuedBytes + bytes <= ySocketFraming::kMaximumQueuedBytes)
+            return true;
+        Clock::time_point giveUp = _lastProgress + ySocketFraming::kPeerWaitLimit;
+        if (Clock::now() >= giveUp + std::chrono::milliseconds(100))
+            return false;  // the I/O thread should have given the queue up by now: do not wait on it
+        _room.wait_until(guard, giveUp + std::chrono::milliseconds(100));
+    }
 }
 
 void ySocketConnection::onIOThread(void (*work)(ySocketConnection &self))
@@ -146,15 +167,14 @@ void ySocketConnection::closeWhenFlushed()
         end(false);
         return;
     }
-    // What was written before the close still goes out, within the wait limit.
+    // What was written before the close still goes out, while the peer takes it.
     _lingering = shared_from_this();
-    _closeDeadline = Clock::now() + ySocketFraming::kPeerWaitLimit;
     armTimer();
 }
 
 void ySocketConnection::ready(bool readable, bool writable, bool hangup)
 {
-    if (writable) {
+    if (writable || (hangup && _readingStopped)) {
         Completions completions;
         bool flushed;
         {
@@ -172,30 +192,52 @@ void ySocketConnection::ready(bool readable, bool writable, bool hangup)
             armTimer();
         }
     }
-    if (readable || hangup)
+    if ((readable || hangup) && !_readingStopped && _watch)
         readAvailable();
+}
+
+void ySocketConnection::readAgain()
+{
+    if (!_readingStopped || !_watch)
+        return;
+    _readingStopped = false;
+    _watch->setReadable(true);
+    readAvailable();  // what came meanwhile is taken now, not at the next edge
 }
 
 void ySocketConnection::readAvailable()
 {
     char buffer[ySocketFraming::kReadSize + 1];
-    for (int reads = 0; reads < kReadsPerWakeUp && _watch; ++reads) {
-        ssize_t count = ::read(_fd, buffer, ySocketFraming::kReadSize);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0 && wouldBlock())
-            return;
-        if (count <= 0) {
-            end(true);
-            return;
+    ySocketInbound::Handing handing(_inbound);
+    try {
+        for (int reads = 0; reads < kReadsPerWakeUp && _watch; ++reads) {
+            if (_inbound->overLimit()) {
+                // The companion has not taken what was read: the peer waits until it has.
+                _readingStopped = true;
+                _watch->setReadable(false);
+                return;
+            }
+            ssize_t count = ::read(_fd, buffer, ySocketFraming::kReadSize);
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count < 0 && wouldBlock())
+                return;
+            if (count <= 0) {
+                end(true);
+                return;
+            }
+            buffer[count] = '\0';
+            std::string_view chunk(buffer, static_cast<size_t>(count));
+            if (std::shared_ptr<Owner> owner = _owner.lock())
+                owner->connectionRead(*this, static_cast<long>(count), chunk);
+            _splitter.feed(chunk, *this);
+            if (_watch)
+                watchUnfinished();
         }
-        buffer[count] = '\0';
-        std::string_view chunk(buffer, static_cast<size_t>(count));
-        if (std::shared_ptr<Owner> owner = _owner.lock())
-            owner->connectionRead(*this, static_cast<long>(count), chunk);
-        _splitter.feed(chunk, *this);
-        if (_watch)
-            watchUnfinished();
+    } catch (const std::exception &error) {
+        // Memory ran out, say: what was read cannot be served, and the connection goes.
+        YM_LOG("%s: [%d]: %s, connection closed", _readerName, _number, error.what());
+        end(true);
     }
 }
 
@@ -229,10 +271,15 @@ void ySocketConnection::writeQueued(Completions &completions)
                 completions.emplace_back(std::move(queued.done), false);
             _queue.clear();
             _queuedBytes = 0;
+            _room.notify_all();
             break;
         }
         head.sent += static_cast<size_t>(sent);
         _queuedBytes -= static_cast<size_t>(sent);
+        if (sent > 0) {
+            _lastProgress = Clock::now();
+            _room.notify_all();
+        }
         if (head.sent < head.bytes.size())
             return;
         completions.emplace_back(std::move(head.done), true);
@@ -241,22 +288,23 @@ void ySocketConnection::writeQueued(Completions &completions)
     _stalled = false;
 }
 
-void ySocketConnection::dropExpired(Completions &completions)
+void ySocketConnection::dropIfStalled(Completions &completions)
 {
-    Clock::time_point now = Clock::now();
+    if (_queue.empty() || Clock::now() - _lastProgress < ySocketFraming::kPeerWaitLimit)
+        return;
+    // The peer has taken nothing for the limit: every text it has not begun is given up, and the
+    // writers waiting for room with them. A text it has begun is never cut off.
     for (auto queued = _queue.begin(); queued != _queue.end();) {
-        // A text the peer has begun to take is never cut off.
-        if (queued->sent == 0 && queued->deadline <= now) {
+        if (queued->sent == 0) {
             completions.emplace_back(std::move(queued->done), false);
             _queuedBytes -= queued->bytes.size();
             queued = _queue.erase(queued);
-            _stalled = true;
         } else {
             ++queued;
         }
     }
-    if (_queue.empty())
-        _stalled = false;  // nothing is left to wait for: the next text goes out as any other
+    _stalled = !_queue.empty();  // until what is begun has gone, nothing more is taken
+    _room.notify_all();
 }
 
 void ySocketConnection::armTimer()
@@ -264,39 +312,39 @@ void ySocketConnection::armTimer()
     std::optional<Clock::time_point> due;
     {
         std::lock_guard<ymMutex> guard(_lock);
-        for (const Queued &queued : _queue)
-            if (queued.sent == 0 && (!due || queued.deadline < *due))
-                due = queued.deadline;
-        _deadlineArmed = due.has_value();
+        // A stalled queue waits for its begun text without a deadline, unless it is closing.
+        if (!_queue.empty() && (!_stalled || _lingering))
+            due = _lastProgress + ySocketFraming::kPeerWaitLimit;
     }
-    if (_lingering && (!due || _closeDeadline < *due))
-        due = _closeDeadline;
     if (!due) {
         _timer.reset();
         return;
     }
     auto delay = std::chrono::ceil<std::chrono::milliseconds>(*due - Clock::now());
     std::weak_ptr<ySocketConnection> weak = weak_from_this();
+    // Progress moves the deadline: the timer looks again then, rather than being set anew per byte.
     _timer = ymIOLoop::Timer::after(delay, [weak] {
         std::shared_ptr<ySocketConnection> self = weak.lock();
         if (!self)
             return;
         Completions completions;
         bool flushed;
+        bool givenUp;
         {
             std::lock_guard<ymMutex> guard(self->_lock);
-            self->dropExpired(completions);
+            self->dropIfStalled(completions);
             flushed = self->_queue.empty();
+            givenUp = self->_stalled || !completions.empty();
         }
         complete(completions);
-        if (self->_lingering && (flushed || Clock::now() >= self->_closeDeadline)) {
+        if (self->_lingering && (flushed || givenUp)) {
             self->end(false);
             return;
         }
         if (flushed && self->_watch)
             self->_watch->setWritable(false);
         self->armTimer();
-    });
+    }, std::chrono::milliseconds(50));
 }
 
 void ySocketConnection::end(bool byPeer)
@@ -316,6 +364,7 @@ void ySocketConnection::end(bool byPeer)
             completions.emplace_back(std::move(queued.done), false);
         _queue.clear();
         _queuedBytes = 0;
+        _room.notify_all();
     }
     _watch.reset();
     _timer.reset();
@@ -339,6 +388,7 @@ void ySocketConnection::complete(Completions &completions)
 
 void ySocketConnection::messageSplit(std::string_view message)
 {
+    // The owner may queue the message for the companion: the inbound budget pays for it.
     if (_closing)
         return;
     if (std::shared_ptr<Owner> owner = _owner.lock())

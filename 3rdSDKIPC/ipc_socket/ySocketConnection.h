@@ -4,10 +4,15 @@
 //
 // A text goes out at once, on the writer's thread, when nothing is queued before it and the socket
 // takes it whole. Otherwise it is queued, and the I/O thread writes the queue as the peer takes it.
-// A queued text that the peer has not begun to take within the wait limit is dropped (a failed
-// write), and until the queue has drained, further texts fail at once: a peer that stopped reading
-// costs no caller a wait, and costs memory only up to the queue's limit. A text once begun is never
-// cut off by a later one. Writes never raise SIGPIPE.
+// A queue is given up only when its peer has taken nothing for the wait limit (no progress), never
+// for waiting behind others: the texts not begun are dropped (failed writes), and until the queue
+// has drained, further texts fail at once. A queue at its bound makes a writer wait for room, as
+// long as the peer makes progress (on the I/O thread, which cannot wait, the text is queued past
+// the bound). A text once begun is never cut off by a later one. Writes never raise SIGPIPE.
+//
+// Inbound, the messages read and not yet taken by the companion are bounded (ySocketInbound): past
+// the bound the connection stops reading until the companion has caught up. Nothing thrown while a
+// message is handed on leaves the I/O thread: the connection is then closed with a log line.
 //
 // A message the peer leaves unfinished for the wait limit, with nothing more arriving, is given up
 // as not JSON (reading goes on from the next "{" inside it): a peer that broke off one message and
@@ -16,18 +21,19 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <mutex>
-
-#include "platform/ymMutex.h"
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
+#include "3rdSDKIPC/ipc_socket/ySocketInbound.h"
 #include "platform/ymIOLoop.h"
+#include "platform/ymMutex.h"
 
 class ySocketConnection : public std::enable_shared_from_this<ySocketConnection>, ySocketFraming::Receiver {
 public:
@@ -54,7 +60,8 @@ public:
     int number() const { return _number; }
 
     enum class Written { whole, queued, failed };
-    // Any thread: writes the bytes, or queues them (see above). For a queued text, `done` is
+    // Any thread: writes the bytes, or queues them (see above), waiting for room while the queue
+    // is full and its peer takes something at least every wait limit. For a queued text, `done` is
     // called on the I/O thread once it has gone whole (true) or been dropped (false).
     Written write(std::string_view bytes, std::function<void(bool whole)> done = nullptr);
 
@@ -71,7 +78,6 @@ private:
     struct Queued {
         std::string bytes;
         size_t sent = 0;
-        std::chrono::steady_clock::time_point deadline;
         std::function<void(bool)> done;
     };
     using Completions = std::vector<std::pair<std::function<void(bool)>, bool>>;
@@ -83,8 +89,11 @@ private:
     void ready(bool readable, bool writable, bool hangup);
     void readAvailable();
     void writeQueued(Completions &completions);
-    void dropExpired(Completions &completions);
+    void dropIfStalled(Completions &completions);
     void armTimer();
+    void readAgain();
+    // Under the lock: true while the queue is full and its peer still takes something.
+    bool waitForRoom(std::unique_lock<ymMutex> &guard, size_t bytes);
     void watchUnfinished();
     void end(bool byPeer);
     void closeWhenFlushed();
@@ -98,9 +107,10 @@ private:
     mutable ymMutex _lock;
     int _fd;
     std::deque<Queued> _queue;
-    size_t _queuedBytes = 0;
-    bool _stalled = false;  // a queued text was dropped; nothing is taken until the queue drains
-    bool _deadlineArmed = false;  // the timer is set for the deadline of a text not yet begun
+    size_t _queuedBytes = 0;  // not yet sent
+    std::chrono::steady_clock::time_point _lastProgress;  // the peer last took bytes (or the queue began)
+    bool _stalled = false;  // the peer took nothing for the limit; nothing is taken until the queue drains
+    std::condition_variable_any _room;  // writers waiting for a full queue to take them
     std::atomic<bool> _closing{false};
     const int _number;
 
@@ -113,5 +123,6 @@ private:
     ySocketFraming::Splitter _splitter;
     const char *_readerName;
     std::shared_ptr<ySocketConnection> _lingering;  // itself, while it flushes after close()
-    std::chrono::steady_clock::time_point _closeDeadline;
+    std::shared_ptr<ySocketInbound::Budget> _inbound;
+    bool _readingStopped = false;  // past the inbound bound: waits for the companion
 };

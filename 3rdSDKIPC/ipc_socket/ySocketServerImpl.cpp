@@ -17,6 +17,7 @@
 #include "foundation/ymTextRules.h"
 #include "foundation/ymWeakReference.h"
 #include "platform/ymIOLoop.h"
+#include "platform/ymProcessBound.h"
 
 namespace {
 
@@ -52,9 +53,26 @@ struct ServerCore : ySocketConnection::Owner, std::enable_shared_from_this<Serve
 }  // namespace
 
 struct ySocketServerImpl_SDK::Impl {
-    std::shared_ptr<ServerCore> core = std::make_shared<ServerCore>();
+    // The server of this process: a child of a fork gets one of its own with the same path and
+    // delegate, not listening (the socket and the peers are the parent's).
+    ymProcessBound<ServerCore> bound{std::make_shared<ServerCore>()};
     // Keeps the I/O thread while the server listens.
     std::shared_ptr<ymIOLoop::Use> use;
+
+    // Handed out shared: work queued for the I/O thread keeps it.
+    std::shared_ptr<ServerCore> core()
+    {
+        ServerCore &current = bound.get([this](const ServerCore *abandoned) {
+            auto fresh = std::make_shared<ServerCore>();
+            ServerCore &old = const_cast<ServerCore &>(*abandoned);
+            std::lock_guard<ymMutex> guard(old.propertiesLock);
+            fresh->socketPath = old.socketPath;
+            fresh->delegate.set(old.delegate.weak());
+            ymFork::abandon(std::move(use));  // the parent's use of its loop
+            return fresh;
+        });
+        return current.shared_from_this();
+    }
 };
 
 std::shared_ptr<ySocketServerImpl_SDK> ySocketServerImpl_SDK::create()
@@ -88,7 +106,8 @@ bool ySocketServerImpl_SDK::start()
         YM_LOG("%s: socket path is too long!, len = %ld", kFn, static_cast<long>(length));
         return false;
     }
-    ServerCore &core = *_impl->core;
+    std::shared_ptr<ServerCore> kept = _impl->core();
+    ServerCore &core = *kept;
     if (core.fd.load() >= 0) {
         YM_LOG("%s: already listening on %d", kFn, core.fd.load());
         return false;
@@ -120,7 +139,7 @@ bool ySocketServerImpl_SDK::start()
     _impl->use = std::make_shared<ymIOLoop::Use>();
     auto watching = std::make_shared<std::atomic<bool>>(false);
     ymIOLoop::shared().runAndWait(
-        [core = _impl->core, listening, watching] {
+        [core = kept, listening, watching] {
             core->watchListening(listening);
             *watching = core->accepting != nullptr;
         },
@@ -184,7 +203,7 @@ void ServerCore::adopt(int connection)
 void ySocketServerImpl_SDK::connectionProcessFunc(int fd)
 {
     ymIOLoop::Use use;
-    ymIOLoop::shared().runAndWait([core = _impl->core, fd] { core->adopt(fd); }, ySocketFraming::kPeerWaitLimit);
+    ymIOLoop::shared().runAndWait([core = _impl->core(), fd] { core->adopt(fd); }, ySocketFraming::kPeerWaitLimit);
 }
 
 void ServerCore::connectionRead(ySocketConnection &, long count, std::string_view chunk)
@@ -213,7 +232,8 @@ void ServerCore::connectionEnded(ySocketConnection &ended)
 bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK send:]";
-    ServerCore &core = *_impl->core;
+    std::shared_ptr<ServerCore> kept = _impl->core();
+    ServerCore &core = *kept;
     std::lock_guard<ymMutex> guard(core.vecConnectionsLock);
     if (core.fd.load() < 0 || core.vecConnections.empty()) {
         YM_LOG("%s: fd is %d,  connections %d!", kFn, core.fd.load(), static_cast<int>(core.vecConnections.size()));
@@ -243,7 +263,8 @@ bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
 bool ySocketServerImpl_SDK::end()
 {
     static const char *const kFn = "-[ySocketServerImpl_SDK end]";
-    ServerCore &core = *_impl->core;
+    std::shared_ptr<ServerCore> kept = _impl->core();
+    ServerCore &core = *kept;
     int listening = core.fd.exchange(-1);
     if (listening < 0) {
         YM_LOG("%s: socket %d is invalid!", kFn, -1);
@@ -253,7 +274,7 @@ bool ySocketServerImpl_SDK::end()
     // too (each once what was sent to it has gone); the use of the thread is given up after them.
     // A socket that never listened has nothing there.
     bool listened = _impl->use != nullptr;
-    auto close = [core = _impl->core, listening, use = std::move(_impl->use)]() mutable {
+    auto close = [core = kept, listening, use = std::move(_impl->use)]() mutable {
         core->accepting.reset();
         core->acceptPause.reset();
         if (::close(listening) == 0)
@@ -277,15 +298,17 @@ bool ySocketServerImpl_SDK::end()
 
 std::optional<std::string> ySocketServerImpl_SDK::socketPath() const
 {
-    std::lock_guard<ymMutex> guard(_impl->core->propertiesLock);
-    return _impl->core->socketPath;
+    std::shared_ptr<ServerCore> core = _impl->core();
+    std::lock_guard<ymMutex> guard(core->propertiesLock);
+    return core->socketPath;
 }
 
 void ySocketServerImpl_SDK::setSocketPath(const std::optional<std::string> &socketPath)
 {
-    std::lock_guard<ymMutex> guard(_impl->core->propertiesLock);
-    _impl->core->socketPath = socketPath;
+    std::shared_ptr<ServerCore> core = _impl->core();
+    std::lock_guard<ymMutex> guard(core->propertiesLock);
+    core->socketPath = socketPath;
 }
 
-std::shared_ptr<ySocketDelegate> ySocketServerImpl_SDK::delegate() const { return _impl->core->delegate.get(); }
-void ySocketServerImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->core->delegate.set(delegate); }
+std::shared_ptr<ySocketDelegate> ySocketServerImpl_SDK::delegate() const { return _impl->core()->delegate.get(); }
+void ySocketServerImpl_SDK::setDelegate(const std::weak_ptr<ySocketDelegate> &delegate) { _impl->core()->delegate.set(delegate); }

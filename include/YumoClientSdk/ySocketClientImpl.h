@@ -26,13 +26,20 @@
 /// write of a non-empty text still answers YES.
 ///
 /// Bounded waits: send() waits at most 4 seconds for a connection attempt (a connect to a full
-/// listen queue is given 3 of them) and never waits for the peer to take a text: a text the peer
-/// has not begun to take within 3 seconds is dropped as a failed write, and until the peer has taken
-/// what is queued, further texts fail at once. A caller's thread is never held longer by a meeting
+/// listen queue is given 3 of them). What the peer does not take at once is queued (16 MiB at most)
+/// and written as it reads; a sender that finds the queue full waits for room while the peer takes
+/// something. Only a peer that has taken nothing for 3 seconds loses the texts it has not begun
+/// (failed writes), and until it has taken what is queued, further texts fail at once: a text
+/// never fails for waiting behind others. A caller's thread is never held longer by a meeting
 /// client that is stopped.
 ///
+/// A peer that accepts the connection and closes it at once is connected to again after a pause
+/// that doubles from 50 ms to 2 s, with jitter.
+///
 /// Releasing the client (or disconnect()) closes its socket, once what was already sent has gone
-/// (at most 3 seconds later), and ends its watches: it leaves no thread and no descriptor behind.
+/// (or the peer has taken nothing for 3 seconds), and ends its watches: it leaves no thread and no
+/// descriptor behind. In the child of a fork the client connects anew (the parent's connection is
+/// never used there) on its first send or connect().
 ///
 /// Threads: every method may be called from any thread; the delegate is called on the I/O thread.
 class YM_EXPORT ySocketClientImpl_SDK : public std::enable_shared_from_this<ySocketClientImpl_SDK> {

@@ -23,9 +23,11 @@
 /// Writes never raise SIGPIPE: a write to a peer that has gone is a failed write.
 ///
 /// Bounded waits: a broadcast never waits for a peer. What a peer does not take at once is queued
-/// for it and written as it reads; a text that peer has not begun to take within 3 seconds is
-/// dropped ("partial write!"), and until it has taken what is queued, further texts to it fail at
-/// once. So one peer that stops reading never stops the server answering the others.
+/// for it and written as it reads; once that peer has taken nothing for 3 seconds, the texts it has
+/// not begun are dropped ("partial write!"), and until it has taken what is queued, further texts
+/// to it fail at once. So one peer that stops reading never stops the server answering the others.
+///
+/// In the child of a fork the server does not listen (its socket and peers are the parent's).
 ///
 /// Releasing the server ends it (see end()): it leaves no thread and no descriptor behind.
 class YM_EXPORT ySocketServerImpl_SDK : public std::enable_shared_from_this<ySocketServerImpl_SDK> {

@@ -7,7 +7,8 @@
  * tells a companion that asks (ymSdkImplement::SetClientStateHandler(), ymSetClientStateCallback())
  * each time it starts, quits, is updated, installed, removed or moved, within a second of the
  * change, on the main loop. A companion re-registers its devices, or refreshes what it shows, then.
- * Nothing is polled: with nothing changing, the SDK wakes once a minute at most.
+ * Nothing is polled: with nothing changing, the SDK wakes once a minute at most. (Where no inotify
+ * instance can be had, it looks by itself every second or so instead.)
  */
 #ifndef YUMOCLIENTSDK_YMCLIENTSTATE_H
 #define YUMOCLIENTSDK_YMCLIENTSTATE_H

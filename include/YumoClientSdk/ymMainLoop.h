@@ -10,10 +10,11 @@
 
 /// ymMainLoop: the SDK's main loop, where every answer reaches the companion.
 ///
-/// Messages from the meeting client and its host process arrive on the SDK's own threads; the SDK
-/// posts each whole message to this loop, and the companion's delegate is called on the thread that
-/// runs it, in the order the messages were completed. The loop also serves the session-bus
-/// connection of the notification transport.
+/// Messages from the meeting client and its host process arrive on the SDK's own I/O thread; the
+/// SDK posts each whole message to this loop, and the companion's delegate is called on the thread
+/// that runs it, in the order the messages arrived: also when a callback runs the loop itself (to
+/// wait for an answer), which then goes on with the next delivery in order. The loop is an sd-event
+/// loop of the SDK's own.
 ///
 /// Run it in one of two ways, from the thread that should receive the callbacks (normally main):
 ///
@@ -27,8 +28,18 @@
 /// struct pollfd p = { ymMainLoop::shared().fileDescriptor(), POLLIN, 0 };
 /// while (poll(&p, 1, -1) >= 0) ymMainLoop::shared().dispatch();
 /// With GLib: g_unix_fd_add(fd, G_IO_IN, callback that calls dispatch() and returns TRUE).
+/// The descriptor is sd-event's (sd_event_get_fd): level-triggered, readable while anything is
+/// ready; no timer needs arming. One dispatch() runs a bounded batch (64 queued items at most):
+/// when more is left, the descriptor stays readable, so a flood of messages never keeps your loop
+/// from its other work.
 ///
-/// Work nobody dispatches waits in the queue; nothing is dropped.
+/// Work nobody dispatches waits in the queue; nothing is dropped. (The SDK's I/O thread stops
+/// reading a connection whose deliveries wait here beyond 1 MiB, and reads it again as you
+/// dispatch: a peer that floods cannot fill the companion's memory.)
+///
+/// Whatever a callback throws is caught and logged; the deliveries after it go on.
+///
+/// In the child of a fork the loop starts afresh on first use, with a descriptor of its own.
 class YM_EXPORT ymMainLoop {
 public:
     /// The process-wide loop. Created on first use and never destroyed.
@@ -38,11 +49,13 @@ public:
     /// call it; it never blocks on the loop.
     void post(std::function<void()> work);
 
-    /// A descriptor that polls readable while there is something to dispatch. Never closed.
+    /// A descriptor that polls readable while there is something to dispatch. Never closed (in a
+    /// child of a fork, the child has one of its own). -1 when no loop could be made.
     int fileDescriptor() const;
 
-    /// Runs what is ready now (queued work and bus traffic) without waiting, on the calling
-    /// thread. Answers the number of queued items that ran. Safe to call from inside a callback.
+    /// Runs what is ready now (queued work, at most 64 items, and the sources) without waiting, on
+    /// the calling thread. Answers the number of queued items that ran. Safe to call from inside a
+    /// callback: it goes on with the next queued item.
     size_t dispatch();
 
     /// Runs the loop on the calling thread until `done` answers true (tested after each round),
@@ -59,7 +72,7 @@ public:
     void stop();
 
     /// Something besides the queue that the loop serves: a descriptor to watch and what to do
-    /// when it is ready. Used by the SDK for its bus connection.
+    /// when it is ready. Its descriptor, events and timeout are asked before every wait.
     class Source {
     public:
         virtual ~Source();
@@ -82,5 +95,6 @@ private:
     YM_HIDDEN ymMainLoop();
     ~ymMainLoop() = delete;
     struct YM_HIDDEN State;
+    YM_HIDDEN State &state();
     State *_state;
 };

@@ -39,10 +39,16 @@
 /// listens hears them again without sending anything.
 ///
 /// A command returns within a few seconds whatever the meeting client does: sending to a client
-/// whose listen queue is full waits at most 4 seconds for the connection, and nothing waits for a
-/// client that does not read (a text it has not begun to take within 3 seconds counts as a send
-/// that failed; the status is still 0, as for any send the transport could not complete).
-/// Registration waits at most 10 seconds for the shared list's lock. No exception leaves the SDK.
+/// whose listen queue is full waits at most 4 seconds for the connection, and a client that takes
+/// nothing for 3 seconds loses the texts queued for it (they count as sends that failed; the status
+/// is still 0, as for any send the transport could not complete). Registration waits at most 10
+/// seconds for the shared list's lock. No exception leaves the SDK. The session bus is connected
+/// only when a command or the installed client needs the notification transport, on the SDK's own
+/// thread, and never waited for more than a second.
+///
+/// fork(): a child may use the facade; it starts with no device and no client-state handler of its
+/// own (the delegate is kept), connects anew, and never releases or uses its parent's devices or
+/// connections, also when the facade is released or the child exits.
 ///
 /// Command status (ymCommandStatus): 0 the text was handed to a transport (no answer is awaited);
 /// 5 the meeting client is not running (also when not installed); 2 and 6 as ymAPIErrorMgr says;
@@ -111,13 +117,17 @@ public:
 
     /// Calls the handler, on the main loop, each time the meeting client starts, quits, is
     /// installed, removed, updated or moved (see ymClientState.h), within a second of the change.
-    /// An empty handler stops the calls. Setting one starts the SDK's watch of the client, which
-    /// then waits on the file system and the client's processes: it does not poll.
+    /// An empty handler stops the calls: once this returns, the old handler is never called again
+    /// (a call of it under way on the loop's thread is waited for, unless this is called there).
+    /// Setting one starts the SDK's watch of the client, which then waits on the file system and
+    /// the client's processes: it does not poll.
     void SetClientStateHandler(std::function<void(const YMClientState_s &state)> handler);
 
     /// The companion's receiver of answers (weak: keep your own reference).
     std::shared_ptr<ymSdkDelegate> delegate() const;
-    /// Sets the companion's receiver of answers (held weakly).
+    /// Sets the companion's receiver of answers (held weakly). Once this returns the old one is never
+    /// called again (a call of it under way on the loop's thread is waited for, unless this is
+    /// called there).
     void setDelegate(const std::weak_ptr<ymSdkDelegate> &delegate);
 
     /// The feature mask last accepted by RegisterFeature(); 0 at first. No command consults it.

@@ -3,10 +3,20 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <systemd/sd-event.h>
+
+#include "platform/ymGuarded.h"
 
 // The I/O thread's sd-event loop, on the I/O thread; null elsewhere (and when it could not be made).
 sd_event *ymIOLoopEvent();
+
+// Runs a handler on the I/O thread; whatever it throws is caught and logged, never let through.
+template <typename Body>
+void ymIOLoopGuarded(const char *what, Body &&body) noexcept
+{
+    ymGuarded("ymIOLoop", what, std::forward<Body>(body));
+}
 
 // What the sources share: the sd-event source, freed (and so silenced) with the object. The
 // handler is held by a shared pointer that each call copies first, so that a handler that destroys

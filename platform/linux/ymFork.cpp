@@ -5,13 +5,11 @@
 #include "platform/ymMutex.h"
 
 #include <atomic>
+#include <mutex>
+#include <vector>
 #include <pthread.h>
 
-namespace {
-
-std::atomic<uint64_t> currentGeneration{1};
-
-}  // namespace
+std::atomic<uint64_t> ymFork::currentGeneration{1};
 
 struct ymMutexRegistry {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -29,7 +27,7 @@ struct ymMutexRegistry {
                                self.lock = PTHREAD_MUTEX_INITIALIZER;
                                for (ymMutexRegistration *entry = self.first; entry; entry = entry->_next)
                                    entry->_renew(entry->_lock);
-                               currentGeneration.fetch_add(1);
+                               ymFork::currentGeneration.fetch_add(1);
                            });
             return made;
         }();
@@ -67,7 +65,13 @@ namespace {
 
 }  // namespace
 
-uint64_t ymFork::generation() { return currentGeneration.load(std::memory_order_acquire); }
+void ymFork::abandon(std::shared_ptr<void> parentsObject)
+{
+    static auto *kept = new std::vector<std::shared_ptr<void>>();
+    static auto *keptLock = new ymMutex();
+    std::lock_guard<ymMutex> guard(*keptLock);
+    kept->push_back(std::move(parentsObject));
+}
 
 ymMutexRegistration::ymMutexRegistration(Renew renew, void *lock) : _renew(renew), _lock(lock)
 {

@@ -3,12 +3,12 @@
 #include "platform/ymIOLoop.h"
 #include "platform/linux/ymEventSource.h"
 
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
-
-#include "platform/ymMutex.h"
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -17,6 +17,9 @@
 #include <thread>
 #include <unistd.h>
 
+#include "platform/ymFork.h"
+#include "platform/ymMutex.h"
+
 namespace {
 
 // The I/O thread's name, as ps and /proc show it.
@@ -24,12 +27,17 @@ const char *const kThreadName = "yumosdk-io";
 
 // Set on the I/O thread while it runs: that it is the I/O thread, and its sd-event loop (null when
 // sd-event could not be set up).
-thread_local bool onLoopThread = false;
 thread_local sd_event *runningEvent = nullptr;
+// The process generation the thread's loop belongs to, 0 on other threads: a thread that forked
+// is not the child's I/O thread.
+thread_local uint64_t loopGeneration = 0;
 
 }  // namespace
 
 struct ymIOLoop::State {
+    // The process it serves: in the child of a fork the parent's state is abandoned (its thread does
+    // not exist there, and its descriptors are the parent's).
+    const uint64_t generation = ymFork::generation();
     ymMutex lock;
     std::deque<std::function<void()>> work;
     long uses = 0;
@@ -93,8 +101,8 @@ void ymIOLoop::State::wake() const
 void ymIOLoop::State::run(sd_event *event, sd_event_source *wakeSource)
 {
     pthread_setname_np(pthread_self(), kThreadName);
-    onLoopThread = true;
     runningEvent = event;
+    loopGeneration = generation;
     for (;;) {
         std::deque<std::function<void()>> ready;
         {
@@ -106,7 +114,7 @@ void ymIOLoop::State::run(sd_event *event, sd_event_source *wakeSource)
             ready.swap(work);
         }
         for (std::function<void()> &item : ready)
-            item();
+            ymIOLoopGuarded("work", item);
         bool ranWork = !ready.empty();
         ready.clear();  // what the work held is let go now, not at the next wake-up
         // Pending events are served between batches of work, so that neither starves the other;
@@ -114,7 +122,7 @@ void ymIOLoop::State::run(sd_event *event, sd_event_source *wakeSource)
         sd_event_run(event, ranWork ? 0 : UINT64_MAX);
     }
     runningEvent = nullptr;
-    onLoopThread = false;
+    loopGeneration = 0;
     sd_event_source_disable_unref(wakeSource);
     sd_event_unref(event);
 }
@@ -128,9 +136,23 @@ ymIOLoop &ymIOLoop::shared()
 
 ymIOLoop::ymIOLoop() : _state(new State()) {}
 
-ymIOLoop::Use::Use()
+ymIOLoop::State &ymIOLoop::state()
 {
-    State &state = *shared()._state;
+    State *current = _state.load(std::memory_order_acquire);
+    uint64_t generation = ymFork::generation();
+    while (current->generation != generation) {
+        // The child of a fork: the parent's state is left as it is, never used or freed.
+        State *fresh = new State();
+        if (_state.compare_exchange_strong(current, fresh, std::memory_order_acq_rel))
+            return *fresh;
+        delete fresh;  // another thread of the child made one first
+    }
+    return *current;
+}
+
+ymIOLoop::Use::Use() : _generation(ymFork::generation())
+{
+    State &state = shared().state();
     std::lock_guard<ymMutex> guard(state.lock);
     ++state.uses;
     _running = state.ensureRunning();
@@ -138,7 +160,9 @@ ymIOLoop::Use::Use()
 
 ymIOLoop::Use::~Use()
 {
-    State &state = *shared()._state;
+    if (_generation != ymFork::generation())
+        return;  // taken by the parent of this process: its loop is not this one
+    State &state = shared().state();
     std::lock_guard<ymMutex> guard(state.lock);
     if (--state.uses == 0)
         state.wake();  // the thread looks again, and ends
@@ -146,16 +170,17 @@ ymIOLoop::Use::~Use()
 
 bool ymIOLoop::post(std::function<void()> work)
 {
+    State &state = this->state();
     bool wasEmpty;
     {
-        std::lock_guard<ymMutex> guard(_state->lock);
-        if (!_state->ensureRunning())
+        std::lock_guard<ymMutex> guard(state.lock);
+        if (!state.ensureRunning())
             return false;
-        wasEmpty = _state->work.empty();
-        _state->work.push_back(std::move(work));
+        wasEmpty = state.work.empty();
+        state.work.push_back(std::move(work));
     }
     if (wasEmpty)
-        _state->wake();
+        state.wake();
     return true;
 }
 
@@ -183,9 +208,9 @@ bool ymIOLoop::runAndWait(std::function<void()> work, std::chrono::milliseconds 
     return done->condition.wait_for(guard, limit, [&] { return done->finished; });
 }
 
-bool ymIOLoop::onIOThread() { return onLoopThread; }
+bool ymIOLoop::onIOThread() { return loopGeneration == ymFork::generation(); }
 
-sd_event *ymIOLoopEvent() { return runningEvent; }
+sd_event *ymIOLoopEvent() { return ymIOLoop::onIOThread() ? runningEvent : nullptr; }
 
 namespace {
 
@@ -193,19 +218,32 @@ class DescriptorSource : public ymIOLoop::Descriptor, ymIOLoopSourceOf<ymIOLoop:
 public:
     explicit DescriptorSource(Handler handler) : ymIOLoopSourceOf(std::move(handler)) {}
     bool add(int fd) { return ymIOLoopEvent() && sd_event_add_io(ymIOLoopEvent(), &_source, fd, EPOLLIN, onEvent, this) >= 0; }
-    void setWritable(bool writable) override
-    {
-        if (writable != _writable && sd_event_source_set_io_events(_source, writable ? EPOLLIN | EPOLLOUT : EPOLLIN) >= 0)
-            _writable = writable;
-    }
+    void setWritable(bool writable) override { setEvents(_readable, writable); }
+    void setReadable(bool readable) override { setEvents(readable, _writable); }
 
 private:
+    void setEvents(bool readable, bool writable)
+    {
+        if (readable == _readable && writable == _writable)
+            return;
+        uint32_t events = (readable ? uint32_t(EPOLLIN) : 0u) | (writable ? uint32_t(EPOLLOUT) : 0u);
+        // Watching nothing is switching the source off: a hangup would be told over and over.
+        if (events != 0 && sd_event_source_set_io_events(_source, events) < 0)
+            return;
+        if (sd_event_source_set_enabled(_source, events != 0 ? SD_EVENT_ON : SD_EVENT_OFF) < 0)
+            return;
+        _readable = readable;
+        _writable = writable;
+    }
     static int onEvent(sd_event_source *, int, uint32_t events, void *userdata)
     {
         std::shared_ptr<Handler> handler = static_cast<DescriptorSource *>(userdata)->handler();
-        (*handler)((events & EPOLLIN) != 0, (events & EPOLLOUT) != 0, (events & (EPOLLHUP | EPOLLERR)) != 0);
+        ymIOLoopGuarded("descriptor", [&] {
+            (*handler)((events & EPOLLIN) != 0, (events & EPOLLOUT) != 0, (events & (EPOLLHUP | EPOLLERR)) != 0);
+        });
         return 0;
     }
+    bool _readable = true;
     bool _writable = false;
 };
 
@@ -224,7 +262,7 @@ private:
     static int onTime(sd_event_source *, uint64_t, void *userdata)
     {
         std::shared_ptr<std::function<void()>> handler = static_cast<TimerSource *>(userdata)->handler();
-        (*handler)();
+        ymIOLoopGuarded("timer", *handler);
         return 0;
     }
 };

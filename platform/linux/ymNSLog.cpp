@@ -28,6 +28,7 @@ constexpr size_t kStackLineSize = 2048;
 // Where lines go, and who keeps the log's file in shape.
 std::atomic<int> destination{STDERR_FILENO};
 std::atomic<uint64_t> sizeLimit{0};
+std::atomic<uint64_t> lookEvery{64 * 1024};  // bytes written between two looks, from the limit
 std::atomic<void (*)(int, uint64_t)> keeper{nullptr};
 std::atomic<uint64_t> writtenSinceLook{0};
 std::atomic<int64_t> lastLookSecond{-1};
@@ -131,22 +132,15 @@ void writeLine(int fd, const char *bytes, size_t count)
     }
 }
 
-int64_t coarseSecond()
-{
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return now.tv_sec;
-}
-
 // Before a line: lets the keeper look at the log once enough has been written, or a second has
 // passed, since the last look; the kind of the destination is looked at again then too.
-void lookIfDue()
+void lookIfDue(int64_t second)
 {
-    uint64_t limit = sizeLimit.load(std::memory_order_relaxed);
-    uint64_t every = limit == 0 ? kLookAtMost : std::min<uint64_t>(kLookAtMost, std::max<uint64_t>(limit / 16, 1));
-    int64_t second = coarseSecond();
-    if (writtenSinceLook.load(std::memory_order_relaxed) < every && second == lastLookSecond.load(std::memory_order_relaxed))
+    // The second is the line's own (its date): no clock is read for this.
+    if (writtenSinceLook.load(std::memory_order_relaxed) < lookEvery.load(std::memory_order_relaxed) &&
+        second == lastLookSecond.load(std::memory_order_relaxed))
         return;
+    uint64_t limit = sizeLimit.load(std::memory_order_relaxed);
     // A line the keeper writes, or one written meanwhile by another thread, does not look again.
     std::unique_lock<ymMutex> guard(looking, std::try_to_lock);
     if (!guard.owns_lock())
@@ -159,10 +153,10 @@ void lookIfDue()
 }
 
 // A formatted line, the keeper's look before it. The caller's errno is kept.
-void emit(const char *text, size_t count)
+void emit(const char *text, size_t count, int64_t second)
 {
     int savedErrno = errno;
-    lookIfDue();
+    lookIfDue(second);
     writeLine(destination.load(std::memory_order_relaxed), text, count);
     writtenSinceLook.fetch_add(count, std::memory_order_relaxed);
     errno = savedErrno;
@@ -197,8 +191,8 @@ char *appendNumber(char *cursor, const char *limit, long value, int minimumDigit
 
 // "2026-11-21 16:08:24.123 name[pid:tid] ". The date is formatted once a second and the process
 // part once a thread (again after a fork); the rest is copied, not printf'd, since this runs for
-// every line. Answers the end, or nothing when it does not fit.
-char *writeTime(char *buffer, const char *limit)
+// every line. Answers the end, or nothing when it does not fit; `second` is the line's.
+char *writeTime(char *buffer, const char *limit, int64_t &second)
 {
     struct CachedPrefix {
         time_t second = -1;
@@ -211,6 +205,7 @@ char *writeTime(char *buffer, const char *limit)
     thread_local CachedPrefix cached;
     struct timeval now;
     gettimeofday(&now, nullptr);
+    second = now.tv_sec;
     if (now.tv_sec != cached.second) {
         struct tm local;
         localtime_r(&now.tv_sec, &local);
@@ -233,9 +228,9 @@ char *writeTime(char *buffer, const char *limit)
 }
 
 // The time and process part, then "file.cpp(42) ".
-char *writeHead(char *buffer, const char *limit, const char *fileName, int line)
+char *writeHead(char *buffer, const char *limit, const char *fileName, int line, int64_t &second)
 {
-    char *cursor = writeTime(buffer, limit);
+    char *cursor = writeTime(buffer, limit, second);
     cursor = append(cursor, limit, fileName, std::strlen(fileName));
     cursor = append(cursor, limit, "(", 1);
     cursor = appendNumber(cursor, limit, line, 1);
@@ -254,7 +249,8 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
     std::vector<char> &buffer = kept ? *kept : ownBuffer;
     if (buffer.size() < kStackLineSize)
         buffer.resize(kStackLineSize);
-    char *headEnd = writeHead(buffer.data(), buffer.data() + buffer.size() - 2, fileName, line);
+    int64_t second = 0;
+    char *headEnd = writeHead(buffer.data(), buffer.data() + buffer.size() - 2, fileName, line, second);
     if (!headEnd)
         return;
     size_t headLength = static_cast<size_t>(headEnd - buffer.data());
@@ -275,7 +271,7 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
     char *text = buffer.data();
     if (total == 0 || text[total - 1] != '\n')
         text[total++] = '\n';
-    emit(text, total);
+    emit(text, total, second);
 }
 
 void ymNSLogPrepared(const char *text, size_t length)
@@ -287,7 +283,8 @@ void ymNSLogPrepared(const char *text, size_t length)
     std::vector<char> &buffer = kept ? *kept : ownBuffer;
     if (buffer.size() < kStackLineSize)
         buffer.resize(kStackLineSize);
-    char *headEnd = writeTime(buffer.data(), buffer.data() + buffer.size() - 2);
+    int64_t second = 0;
+    char *headEnd = writeTime(buffer.data(), buffer.data() + buffer.size() - 2, second);
     if (!headEnd)
         return;
     size_t headLength = static_cast<size_t>(headEnd - buffer.data());
@@ -300,7 +297,7 @@ void ymNSLogPrepared(const char *text, size_t length)
     std::memcpy(buffer.data() + headLength, text, length);
     if (total == 0 || buffer[total - 1] != '\n')
         buffer[total++] = '\n';
-    emit(buffer.data(), total);
+    emit(buffer.data(), total, second);
 }
 
 void ymNSLogLine(const char *fileName, int line, const char *format, ...)
@@ -321,4 +318,5 @@ void ymNSLogSetKeeper(uint64_t bytes, void (*look)(int fd, uint64_t bytes))
 {
     keeper.store(look);
     sizeLimit.store(bytes);
+    lookEvery.store(bytes == 0 ? kLookAtMost : std::min<uint64_t>(kLookAtMost, std::max<uint64_t>(bytes / 16, 1)));
 }

@@ -1,0 +1,253 @@
+// The event core under pressure and on a busy desktop: a slow or flooding peer, a peer that accepts
+// and closes, a process that forks, and callbacks that run the loop or remove themselves.
+#include <YumoClientSdk/YMSocketIPCChannel.h>
+#include <YumoClientSdk/ySocketClientImpl.h>
+#include <YumoClientSdk/ymMainLoop.h>
+#include <YumoClientSdk/ymSdkC.h>
+#include <atomic>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <numeric>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "3rdSDKIPC/ipc_socket/ySocketInbound.h"
+#include "support/FacadeFixture.h"
+#include "support/Processes.h"
+#include "support/SocketPeer.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+using ymtest::eventually;
+
+std::string padded(int n, size_t size)
+{
+    std::string head = "{\"commandId\":2,\"n\":" + std::to_string(n) + ",\"pad\":\"";
+    return head + std::string(size - head.size() - 2, 'p') + "\"}";
+}
+
+// Reads the stream a text at a time (each ends in "\"}") and answers their numbers in order.
+std::vector<int> numbersIn(const std::string &stream)
+{
+    std::vector<int> numbers;
+    for (size_t at = stream.find("\"n\":"); at != std::string::npos; at = stream.find("\"n\":", at + 1))
+        numbers.push_back(std::stoi(stream.substr(at + 4)));
+    return numbers;
+}
+
+TEST(Pressure, TextsWaitingBehindOthersReachASlowReaderAndAFullQueueHoldsItsSender)
+{
+    // 48 MiB from four threads against a queue of 16 MiB, to a peer that reads a little at a time:
+    // the texts wait in the queue, and the senders for room in it, far longer than the stall limit,
+    // yet the peer always takes something. Nothing is lost and each thread's texts keep their order.
+    ymtest::TemporaryDirectory folder;
+    std::string path = folder.path() + "/s.slow";
+    int listening = ymtest::listenOn(path);
+    auto client = ySocketClientImpl_SDK::create();
+    client->setSocketPath(path);
+    constexpr int kThreads = 4, kTexts = 300;
+    std::vector<std::thread> senders;
+    for (int t = 0; t < kThreads; ++t)
+        senders.emplace_back([&, t] {
+            for (int i = 0; i < kTexts; ++i)
+                EXPECT_TRUE(client->send(padded(t * kTexts + i, 40 * 1024)));
+        });
+    int peer = ymtest::acceptOne(listening);
+    std::string received;
+    char buffer[64 * 1024];
+    while (received.size() < size_t(kThreads) * kTexts * 40 * 1024) {
+        ssize_t count = read(peer, buffer, sizeof buffer);
+        ASSERT_GT(count, 0);
+        received.append(buffer, static_cast<size_t>(count));
+        std::this_thread::sleep_for(std::chrono::milliseconds(8));  // about 8 MB a second
+    }
+    for (std::thread &sender : senders)
+        sender.join();
+    std::vector<int> numbers = numbersIn(received);
+    ASSERT_EQ(numbers.size(), size_t(kThreads) * kTexts);
+    std::vector<int> next(kThreads, 0);
+    for (int n : numbers)
+        EXPECT_EQ(n % kTexts, next[n / kTexts]++);
+    close(peer);
+    close(listening);
+}
+
+TEST(Pressure, AFloodWaitsInTheSocketWhileNobodyDispatchesAndArrivesWholeAfterwards)
+{
+    ymtest::TemporaryDirectory folder;
+    std::string path = folder.path() + "/s.flood";
+    ymtest::MessageCollector collector;
+    auto server = YMSocketIPCChannel_SDK::ipcServerWithSocketPath(path);
+    ASSERT_NE(server, nullptr);
+    server->setDelegate(&collector);
+    int peer = ymtest::connectTo(path);
+    fcntl(peer, F_SETFL, O_NONBLOCK);
+    // The peer writes until the socket takes nothing more for a while: without dispatching, what
+    // the companion holds stops at its bound, and the rest waits in the socket.
+    int written = 0;
+    std::string pending;
+    for (;;) {
+        if (pending.empty())
+            pending = padded(written++, 4096);
+        ssize_t sent = send(peer, pending.data(), pending.size(), MSG_NOSIGNAL);
+        if (sent > 0) {
+            pending.erase(0, static_cast<size_t>(sent));
+            continue;
+        }
+        ASSERT_TRUE(errno == EAGAIN || errno == EWOULDBLOCK);
+        struct pollfd writable = {peer, POLLOUT, 0};
+        if (poll(&writable, 1, 1500) == 0)
+            break;
+        ASSERT_LT(written, 4000) << "the companion reads on while nobody takes what it read";
+    }
+    EXPECT_TRUE(collector.messages.empty());
+    // Dispatching takes the messages, and reading goes on; every message arrives, in order.
+    std::thread finisher([&] {
+        fcntl(peer, F_SETFL, 0);
+        ymtest::writeText(peer, pending);
+        for (int n = written; n < written + 100; ++n)
+            ymtest::writeText(peer, padded(n, 4096));
+    });
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return collector.messages.size() >= size_t(written) + 100; }));
+    finisher.join();
+    std::vector<int> numbers;
+    for (const std::string &text : collector.messages)
+        numbers.push_back(numbersIn(text).at(0));
+    std::vector<int> expected(size_t(written) + 100);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(numbers, expected);
+    close(peer);
+}
+
+TEST(Reconnection, APeerThatAcceptsAndClosesIsNotHammered)
+{
+    ymtest::TemporaryDirectory folder;
+    std::string path = folder.path() + "/s.refusing";
+    int listening = ymtest::listenOn(path);
+    auto client = ySocketClientImpl_SDK::create();
+    client->setSocketPath(path);
+    client->connect();
+    std::atomic<int> accepted{0};
+    std::atomic<bool> serving{true};
+    std::thread refuser([&] {
+        while (serving) {
+            struct pollfd ready = {listening, POLLIN, 0};
+            if (poll(&ready, 1, 50) > 0) {
+                int peer = accept(listening, nullptr, nullptr);
+                if (peer >= 0) {
+                    ++accepted;
+                    close(peer);
+                }
+            }
+        }
+    });
+    // Pauses that double with each refusal: a few connections a second at most, where connecting
+    // again at once made tens of thousands.
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    serving = false;
+    refuser.join();
+    EXPECT_GE(accepted.load(), 2);
+    EXPECT_LT(accepted.load(), 60);
+    close(listening);
+}
+
+// A loop of C callbacks that records the presence codes it is handed.
+std::vector<int> codes;
+
+TEST(Callbacks, OrderHoldsWhenACallbackRunsTheLoopAndARemovedOneIsNotCalledAgain)
+{
+    ymtest::TemporaryHome home;
+    ymGetSDKAvailableFeatures();  // the facade connects to the "client" once it listens
+    int listening = ymtest::listenOn(home.groupContainer() + "/s.yumoclient");
+    int client = ymtest::acceptOne(listening);
+    ASSERT_GE(client, 0);
+    auto answers = [&](int from, int to) {
+        std::string texts;
+        for (int code = from; code <= to; ++code)
+            texts += "{\"commandId\":1,\"result\":\"" + std::to_string(code) + ":OK\",\"data\":{}}";
+        ASSERT_TRUE(ymtest::writeText(client, texts));
+    };
+    // The first answer's callback waits for the third by running the loop: it gets the second
+    // first, as they came.
+    ymSetPresenceStatusCallback(
+        [](const ymPresenceStatus *status, void *) {
+            codes.push_back(status->code);
+            if (status->code == 1)
+                ymtest::runMainLoopUntil([] { return codes.size() >= 3; });
+        },
+        nullptr);
+    answers(1, 3);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([] { return codes.size() >= 3; }));
+    EXPECT_EQ(codes, (std::vector<int>{1, 2, 3}));
+
+    // A callback that removes itself hears nothing more, not even the rest of its batch.
+    codes.clear();
+    ymSetPresenceStatusCallback(
+        [](const ymPresenceStatus *status, void *) {
+            codes.push_back(status->code);
+            ymSetPresenceStatusCallback(nullptr, nullptr);
+        },
+        nullptr);
+    answers(4, 6);
+    ymtest::runMainLoopUntil([] { return false; }, std::chrono::milliseconds(500));
+    EXPECT_EQ(codes, std::vector<int>{4});
+    close(client);
+    close(listening);
+}
+
+}  // namespace
+
+class Fork : public ymtest::SessionTest {};
+
+TEST_F(Fork, AChildUsesTheSdkAfreshAndNeverActsForItsParent)
+{
+    ymtest::RunningClient client = ymtest::RunningClient::simulator("5.6.0", {"--quiet"});
+    auto delegate = std::make_shared<ymtest::RecordingDelegate>();
+    auto facade = ymSdkImplement::SharedInstance();
+    facade->setDelegate(delegate);
+    ASSERT_TRUE(facade->RegisterAudioDevice("Parent", "1", ymValue(2830), ymValue(3)));
+    ASSERT_EQ(facade->GetIMPresenceStatus(), 0);
+    ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return !delegate->presence.empty(); }));
+    // A thread of the parent keeps the SDK busy while the children are made.
+    std::atomic<bool> busy{true};
+    std::thread sender([&] {
+        while (busy) {
+            facade->SetAudioCmd(5, YMAudioDevice_s{"1", "Parent", 2830, 3});
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    for (int child = 0; child < 20; ++child) {
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            // The child's own request, answered to it on its own connection; its clean-up and its
+            // exit leave the parent's device alone.
+            delegate->presence.clear();
+            bool heard = facade->GetIMPresenceStatus() == 0 &&
+                         ymtest::runMainLoopUntil([&] { return !delegate->presence.empty(); }, std::chrono::seconds(20));
+            facade->CleanupAudioDevices();
+            // A sanitizer's runtime would look for leaks in what the parent's threads left.
+            if (ymtest::kSanitizerBuild)
+                _exit(heard ? 0 : 1);
+            exit(heard ? 0 : 1);
+        }
+        int status = -1;
+        ASSERT_TRUE(eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, std::chrono::seconds(60)))
+            << "child " << child << " hangs";
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child " << child;
+    }
+    busy = false;
+    sender.join();
+    std::vector<std::string> devices = ymtest::sharedDeviceTexts();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_NE(devices[0].find("\"Parent\""), std::string::npos);
+    EXPECT_EQ(ymtest::countLinesContaining(ymtest::sdkLog(), "cmd = 101"), 0);
+    // The parent goes on as before.
+    delegate->presence.clear();
+    ASSERT_EQ(facade->GetIMPresenceStatus(), 0);
+    EXPECT_TRUE(ymtest::runMainLoopUntil([&] { return !delegate->presence.empty(); }));
+}
