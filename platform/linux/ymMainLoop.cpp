@@ -98,7 +98,11 @@ struct ymMainLoop::State {
     static int onSourceTime(sd_event_source *, uint64_t, void *userdata);
     static int prepareSource(sd_event_source *, void *userdata);
     void serveSourcesDirectly();
-    void waitNested(int milliseconds);
+    // Under the dispatch lock: what a wait inside a callback waits for, and for how long at most.
+    std::vector<struct pollfd> nestedWaits(int &milliseconds);
+
+    // The loop's descriptor once made: asked for without the dispatch lock.
+    std::atomic<int> loopFd{-1};
 };
 
 bool ymMainLoop::State::hasWakeDescriptor()
@@ -125,6 +129,7 @@ bool ymMainLoop::State::ready()
         event = sd_event_unref(event);
         return false;
     }
+    loopFd.store(sd_event_get_fd(event), std::memory_order_release);
     // What was queued before the loop was made is told now.
     std::lock_guard<ymMutex> guard(queueLock);
     if (!queue.empty())
@@ -245,7 +250,7 @@ void ymMainLoop::State::serveSourcesDirectly()
     }
 }
 
-void ymMainLoop::State::waitNested(int milliseconds)
+std::vector<struct pollfd> ymMainLoop::State::nestedWaits(int &milliseconds)
 {
     // Inside a callback the loop's own descriptor may stay readable for what only the outer
     // dispatch serves: the queue and the sources are waited for one by one instead.
@@ -260,7 +265,7 @@ void ymMainLoop::State::waitNested(int milliseconds)
                 milliseconds = timeout;
         });
     }
-    poll(waited.data(), waited.size(), milliseconds);
+    return waited;
 }
 
 ymMainLoop::Source::~Source() = default;
@@ -302,6 +307,10 @@ void ymMainLoop::post(std::function<void()> work)
 int ymMainLoop::fileDescriptor() const
 {
     State &state = const_cast<ymMainLoop *>(this)->state();
+    // Never waits for a dispatch under way on another thread.
+    int fd = state.loopFd.load(std::memory_order_acquire);
+    if (fd >= 0)
+        return fd;
     std::lock_guard<ymRecursiveMutex> dispatching(state.dispatchLock);
     return state.ready() ? sd_event_get_fd(state.event) : -1;
 }
@@ -388,8 +397,12 @@ bool ymMainLoop::runUntil(const std::function<bool()> &done, std::chrono::millis
             wait = static_cast<int>(std::min<long long>(remaining.count() + 1, 60'000));
         }
         if (dispatchDepth > 0) {
-            std::lock_guard<ymRecursiveMutex> dispatching(state.dispatchLock);
-            state.waitNested(wait);
+            std::vector<struct pollfd> waited;
+            {
+                std::lock_guard<ymRecursiveMutex> dispatching(state.dispatchLock);
+                waited = state.nestedWaits(wait);
+            }
+            poll(waited.data(), waited.size(), wait);
         } else {
             int fd = fileDescriptor();
             struct pollfd ready = {fd, POLLIN, 0};
