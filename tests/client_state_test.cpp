@@ -6,19 +6,12 @@
 #include <YumoClientSdk/ymMainLoop.h>
 #include <YumoClientSdk/ymSdkC.h>
 #include <YumoClientSdk/ymSdkImplement.h>
+#include <algorithm>
 #include <csignal>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <sys/inotify.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -50,18 +43,16 @@ protected:
     // answers it.
     YMClientState_s waitFor(ymClientChange change, std::chrono::seconds limit = std::chrono::seconds(90))
     {
-        auto next = [&]() -> std::optional<size_t> {
-            for (size_t i = waited; i < told.size(); ++i)
-                if (told[i].change == change)
-                    return i;
-            return std::nullopt;
+        auto next = [&] {
+            return std::find_if(told.begin() + waited, told.end(), [&](auto &state) { return state.change == change; });
         };
-        EXPECT_TRUE(ymtest::runMainLoopUntil([&] { return next().has_value(); }, limit)) << "no change " << change << " after " << toldText();
-        std::optional<size_t> found = next();
-        if (!found)
+        EXPECT_TRUE(ymtest::runMainLoopUntil([&] { return next() != told.end(); }, limit))
+            << "no change " << change << " after " << toldText();
+        auto found = next();
+        if (found == told.end())
             return {};
-        waited = *found + 1;
-        return told[*found];
+        waited = found - told.begin() + 1;
+        return *found;
     }
     std::string toldText() const
     {
@@ -71,8 +62,9 @@ protected:
         return text;
     }
     std::string bundle() const { return home.path() + "/Applications/yumoapp.app"; }
-    // Every field of a state as one text: one comparison checks them all.
-    static std::string fields(const YMClientState_s &state)
+    // Every field of a state (C++ or C) as one text: one comparison checks them all.
+    template <typename State = YMClientState_s>
+    static std::string fields(const State &state)
     {
         return std::to_string(state.change) + (state.installed ? " installed" : " absent") + (state.running ? " running " : " idle ") +
                std::to_string(state.transport) + " " + state.version + " " + state.installPath;
@@ -169,11 +161,7 @@ TEST_F(ClientState, CInterfaceTellsTheSameChangesInPlainTypes)
 
     ymClientState state;
     ASSERT_TRUE(ymGetClientState(&state));
-    EXPECT_EQ(state.change, ymClientChangeNone);
-    EXPECT_TRUE(state.installed);
-    EXPECT_FALSE(state.running);
-    EXPECT_STREQ(state.version, "5.6.0");
-    EXPECT_EQ(std::string(state.installPath), bundle());
+    EXPECT_EQ(fields(state), fields({ymClientChangeNone, true, false, ymClientTransportNone, "5.6.0", bundle()}));
 
     ymSetClientStateCallback(nullptr, nullptr);  // no more calls
     client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
@@ -231,8 +219,7 @@ TEST_F(ClientState, ABusyHomeCostsNoLookAtTheClientButTheNameItStandsForDoes)
               fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.0", bundle()}));
 }
 
-// Another user (nobody), for the processes of the test below: every inotify instance that user may
-// have is held by a child process of that user, which gives back a few for each byte written to it.
+// Another user (nobody), for the processes of the test below.
 constexpr uid_t kOtherUser = 65534;
 
 std::vector<std::string> asOtherUser(const std::string &program, std::vector<std::string> arguments)
@@ -242,130 +229,30 @@ std::vector<std::string> asOtherUser(const std::string &program, std::vector<std
     return arguments;
 }
 
-class InotifyHeld {
-public:
-    InotifyHeld()
-    {
-        int ready[2], release[2];
-        if (pipe2(ready, O_CLOEXEC) != 0 || pipe2(release, O_CLOEXEC) != 0) {
-            _why = std::string("no pipe: ") + std::strerror(errno);
-            return;
-        }
-        _pid = fork();
-        if (_pid == 0) {
-            // Only system calls here: the test process has threads. It ends when the test
-            // process closes its end of the pipe, or ends itself. It tells how taking the
-            // instances ended, once.
-            close(ready[0]);
-            close(release[1]);
-            Report report;
-            if (setgroups(0, nullptr) != 0 || setgid(kOtherUser) != 0 || setuid(kOtherUser) != 0) {
-                report.error = errno;
-                (void)!write(ready[1], &report, sizeof report);
-                _exit(1);
-            }
-            report.outcome = Outcome::stopped;
-            // As many descriptors as this process may have: the user's limit can lie above the
-            // process's first one.
-            struct rlimit limit;
-            if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-                limit.rlim_cur = limit.rlim_max;
-                (void)setrlimit(RLIMIT_NOFILE, &limit);
-                if (getrlimit(RLIMIT_NOFILE, &limit) == 0)
-                    report.descriptorLimit = static_cast<long long>(limit.rlim_cur);
-            }
-            static int held[1 << 16];
-            int count = 0;
-            while (count < int(std::size(held)) && (held[count] = inotify_init1(IN_CLOEXEC)) >= 0)
-                ++count;
-            report.count = count;
-            if (count < int(std::size(held))) {
-                report.error = errno;
-                // EMFILE while a descriptor can still be had: the user's limit was reached, not
-                // the process's.
-                const int spare = report.error == EMFILE ? dup(ready[1]) : -1;
-                if (spare >= 0) {
-                    close(spare);
-                    report.outcome = Outcome::held;
-                } else if (report.error == EMFILE) {
-                    report.outcome = Outcome::beyondOneProcess;
-                }
-            } else {
-                report.outcome = Outcome::beyondOneProcess;
-            }
-            (void)!write(ready[1], &report, sizeof report);
-            char byte;
-            while (read(release[0], &byte, 1) == 1)
-                for (int given = 0; given < 8 && count > 0; ++given)
-                    close(held[--count]);
-            _exit(0);
-        }
-        const int forkError = errno;
-        close(ready[1]);
-        close(release[0]);
-        _release = release[1];
-        Report report;
-        const bool told = _pid > 0 && read(ready[0], &report, sizeof report) == sizeof report;
-        close(ready[0]);
-        if (_pid < 0) {
-            _why = std::string("no fork: ") + std::strerror(forkError);
-            return;
-        }
-        if (!told) {
-            int status = 0;
-            waitpid(_pid, &status, 0);
-            _pid = -1;
-            _why = WIFEXITED(status) ? "the holder ended without a word, with status " + std::to_string(WEXITSTATUS(status))
-                                     : "the holder ended without a word, by signal " + std::to_string(WTERMSIG(status));
-            return;
-        }
-        _outcome = report.outcome;
-        const std::string taken = std::to_string(report.count) + " taken, with a limit of " + std::to_string(report.descriptorLimit) +
-                                  " descriptors";
-        switch (report.outcome) {
-        case Outcome::held:
-            _why = "all " + std::to_string(report.count) + " held";
-            break;
-        case Outcome::notOtherUser:
-            _why = "the holder could not become user " + std::to_string(kOtherUser) + ": " + std::strerror(report.error);
-            break;
-        case Outcome::beyondOneProcess:
-            _why = "the user's inotify instances are more than one process can hold: " + taken;
-            break;
-        case Outcome::stopped:
-            _why = "taking inotify instances stopped: " + std::string(std::strerror(report.error)) + ", " + taken;
-            break;
-        }
-    }
-    ~InotifyHeld()
-    {
-        if (_release >= 0)
-            close(_release);  // the child ends
-        if (_pid > 0)
-            waitpid(_pid, nullptr, 0);
-    }
-    bool held() const { return _outcome == Outcome::held; }
-    // What this machine cannot give the test, rather than what went wrong.
-    bool beyondOneProcess() const { return _outcome == Outcome::beyondOneProcess; }
-    // How taking the instances ended, in words.
-    const std::string &why() const { return _why; }
-    void giveSomeBack() { (void)!write(_release, "x", 1); }
-
-private:
-    enum class Outcome : char { notOtherUser, stopped, beyondOneProcess, held };
-    // What the holder tells the test process through the pipe.
-    struct Report {
-        Outcome outcome = Outcome::notOtherUser;
-        int error = 0;
-        int count = 0;
-        long long descriptorLimit = 0;
-    };
-
-    pid_t _pid = -1;
-    int _release = -1;
-    Outcome _outcome = Outcome::notOtherUser;
-    std::string _why;
-};
+// Takes every inotify instance its user may have, and gives back eight at each SIGUSR1. Its first
+// line tells how taking them ended: "held" when the user's limit was reached, "beyond one process"
+// when this machine cannot give the test that, rather than when something went wrong.
+const char *const kInotifyHolder = R"(import ctypes, errno, os, resource, signal
+libc = ctypes.CDLL(None, use_errno=True)
+# As many descriptors as this process may have: the user's limit can lie above the process's first one.
+resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
+held = []
+while len(held) < 65536 and (fd := libc.inotify_init1(os.O_CLOEXEC)) >= 0:
+    held.append(fd)
+error = ctypes.get_errno() if len(held) < 65536 else 0
+try:  # EMFILE while a descriptor can still be had: the user's limit was reached, not the process's
+    os.close(os.dup(1))
+    spare = True
+except OSError:
+    spare = False
+signal.signal(signal.SIGUSR1, lambda *_: [os.close(held.pop()) for _ in range(min(8, len(held)))])
+outcome = ("held" if error == errno.EMFILE and spare
+           else "beyond one process" if error in (0, errno.EMFILE) else "stopped")
+print(f"{outcome}: {os.strerror(error)}, {len(held)} taken, with a limit of",
+      resource.getrlimit(resource.RLIMIT_NOFILE)[0], "descriptors", flush=True)
+while True:
+    signal.pause()
+)";
 
 // The inotify instances a process holds.
 int inotifyInstances(pid_t pid)
@@ -384,10 +271,11 @@ TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhe
     for (const auto &entry : std::filesystem::recursive_directory_iterator(home.path()))
         ASSERT_EQ(lchown(entry.path().c_str(), kOtherUser, kOtherUser), 0);
     ASSERT_EQ(chown(home.path().c_str(), kOtherUser, kOtherUser), 0);
-    InotifyHeld inotify;
-    if (inotify.beyondOneProcess())
-        GTEST_SKIP() << inotify.why();
-    ASSERT_TRUE(inotify.held()) << inotify.why();
+    ymtest::ChildProcess inotify("/usr/bin/setpriv", asOtherUser("/usr/bin/python3", {"-c", kInotifyHolder}), true);
+    const std::string taken = inotify.readLine().value_or("the holder ended without a word");
+    if (taken.starts_with("beyond one process"))
+        GTEST_SKIP() << taken;
+    ASSERT_TRUE(taken.starts_with("held: ")) << taken;
 
     // A companion of that user: ymctl watch (its own end bounds the waits for its lines). It has no
     // inotify instance: none of its own, and none leaked from this process.
@@ -411,7 +299,7 @@ TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhe
     EXPECT_EQ(changes.front(), "installed");
     EXPECT_EQ(changes.back(), "started");
 
-    inotify.giveSomeBack();
+    ASSERT_EQ(kill(inotify.pid(), SIGUSR1), 0);
     EXPECT_TRUE(ymtest::eventually([&] { return inotifyInstances(watch.pid()) > 0; }, std::chrono::seconds(30)));
     client.reset();
     EXPECT_EQ(nextChange(), "quit");

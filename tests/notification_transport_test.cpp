@@ -19,6 +19,7 @@ namespace {
 
 using Receiver = ymtest::MessageCollector;
 using UserInfo = ymNotificationCenter::UserInfo;
+const std::string kPresenceRequest = R"({"commandId":1,"from":1,"version":"1.0.0","data":""})";
 
 // Runs the call on a thread of its own and answers whether it returned within a generous bound:
 // a liveness check against a hang, never a measure of time.
@@ -50,9 +51,8 @@ TEST_F(NotificationTransport, MessagesCrossBetweenProcessesBothWays)
     // The simulator plays a meeting client older than 5.6 and its host: it answers each message
     // under the answer name of whom it was sent to.
     ymtest::RunningClient client = ymtest::RunningClient::simulator("5.5.0");
-    const std::string request = R"({"commandId":1,"from":1,"version":"1.0.0","data":""})";
-    manager->sendIPCMessageToYumoClient(request);
-    EXPECT_EQ(client.process().readLine(), "received notification client: " + request);
+    manager->sendIPCMessageToYumoClient(kPresenceRequest);
+    EXPECT_EQ(client.process().readLine(), "received notification client: " + kPresenceRequest);
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1; }));
     EXPECT_NE(receiver->messages[0].find(R"("data":[{"PresenceStatus":1}])"), std::string::npos);
     manager->sendIPCMessageToYyhost(std::string(R"({"commandId":2,"data":[{"AudioCmd":5}],"deviceName":"Headset"})"));
@@ -63,7 +63,7 @@ TEST_F(NotificationTransport, MessagesCrossBetweenProcessesBothWays)
         EXPECT_EQ(id, std::this_thread::get_id());  // delivered on the loop's thread
 
     std::string text = log.text();
-    EXPECT_NE(text.find("<< -[ymIPCMsgMgr sendIPCMessageToYumoClient:]: content=" + request), std::string::npos);
+    EXPECT_NE(text.find("<< -[ymIPCMsgMgr sendIPCMessageToYumoClient:]: content=" + kPresenceRequest), std::string::npos);
     EXPECT_NE(text.find(">> -[ymIPCMsgMgr onYumoClientMessageResponse:]: dict = {\n    content = \"{\\\"commandId\\\":1,"),
               std::string::npos);
     EXPECT_EQ(ymtest::countLinesContaining(text, "-[ymIPCMsgMgr init]."), 1);
@@ -163,9 +163,8 @@ TEST(NotificationTransportOnAStoppedBus, CallsReturnAndTheBusServesOnceItGoesOn)
     // request reaches the client, and its answer the manager.
     ASSERT_EQ(kill(daemon.pid(), SIGCONT), 0);
     ASSERT_TRUE(ymtest::eventually([&] { return center.isConnected(); }));
-    const std::string request = R"({"commandId":1,"from":1,"version":"1.0.0","data":""})";
-    (*manager)->sendIPCMessageToYumoClient(request);
-    EXPECT_EQ(client.process().readLine(), "received notification client: " + request);  // the lost one never came
+    (*manager)->sendIPCMessageToYumoClient(kPresenceRequest);
+    EXPECT_EQ(client.process().readLine(), "received notification client: " + kPresenceRequest);  // the lost one never came
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 1; }));
     EXPECT_NE(receiver->messages[0].find(R"("data":[{"PresenceStatus":1}])"), std::string::npos);
 

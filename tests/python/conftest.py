@@ -37,9 +37,12 @@ def client(home):
 
 @pytest.fixture
 def companion(home):
-    """Runs code as a Python companion in `home`: companion(code, *arguments, **environment)
-    answers the finished process. The time limit only guards against a companion that hangs."""
-    def run(code, *arguments, **environment):
-        return subprocess.run([sys.executable, "-c", textwrap.dedent(code), *arguments], capture_output=True,
+    """Runs code as a Python companion in `home`: companion(code, *arguments, status=0, **environment)
+    answers the finished process, which must have exited with `status`. The time limit only guards
+    against a companion that hangs."""
+    def run(code, *arguments, status=0, **environment):
+        done = subprocess.run([sys.executable, "-c", textwrap.dedent(code), *arguments], capture_output=True,
                               text=True, env=dict(os.environ, HOME=home, **environment), timeout=60)
+        assert done.returncode == status, done.stderr
+        return done
     return run

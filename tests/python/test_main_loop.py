@@ -38,13 +38,10 @@ ENDED = """
 
 
 @pytest.mark.parametrize("loop", ["run", "run_until"])
-@pytest.mark.parametrize("how, ending", [("ctrl-c", ["KeyboardInterrupt"]), ("signal", ["Handled"]),
-                                         ("stop", [])])
-def test_the_loop_ends_on_ctrl_c_a_signal_handlers_exception_and_stop_from_another_thread(
-        companion, how, ending, loop):
-    done = companion(ENDED, how, loop)
-    assert done.returncode == 0, done.stderr
-    assert done.stdout.splitlines() == (ending or ["not done"] * (loop == "run_until")) + ["SIGUSR2"]
+@pytest.mark.parametrize("how, ending", [("ctrl-c", ["KeyboardInterrupt"]), ("signal", ["Handled"]), ("stop", [])])
+def test_the_loop_ends_on_ctrl_c_a_signal_handlers_exception_and_stop_from_another_thread(companion, how, ending, loop):
+    lines = companion(ENDED, how, loop).stdout.splitlines()
+    assert lines == (ending or ["not done"] * (loop == "run_until")) + ["SIGUSR2"]
 
 
 HIGH_DESCRIPTOR = """
@@ -68,9 +65,7 @@ def test_the_loop_waits_on_a_descriptor_above_1023(client, companion):
     import resource
     if resource.getrlimit(resource.RLIMIT_NOFILE)[1] < 2048:
         pytest.skip("the hard limit of open files leaves no room for 1100 more")
-    done = companion(HIGH_DESCRIPTOR)
-    assert done.returncode == 0, done.stderr
-    assert done.stdout.splitlines() == ["descriptor above 1023: True", "answered: 3", "stopped"]
+    assert companion(HIGH_DESCRIPTOR).stdout.splitlines() == ["descriptor above 1023: True", "answered: 3", "stopped"]
 
 
 IDLE = """
@@ -96,9 +91,7 @@ IDLE = """
 
 
 def test_an_idle_loop_sleeps_instead_of_dispatching_over_and_over(companion):
-    done = companion(IDLE)
-    assert done.returncode == 0, done.stderr
-    rounds, dispatches = map(int, done.stdout.split())
+    rounds, dispatches = map(int, companion(IDLE).stdout.split())
     # An idle second: the first round, the one at the deadline, and room for a stray wake or two.
     assert 1 <= rounds <= 4 and 1 <= dispatches <= 4
 
@@ -140,9 +133,7 @@ ON_ITS_THREAD = """
 
 
 def test_a_callables_error_is_raised_in_the_thread_that_dispatched_and_no_other(client, companion):
-    done = companion(ON_ITS_THREAD)
-    assert done.returncode == 0, done.stderr
-    assert done.stdout.splitlines() == [
+    assert companion(ON_ITS_THREAD).stdout.splitlines() == [
         "raised on from_python: the callable's error on from_python",
         "unraisable: the callable's error on from_c"]
 
@@ -197,8 +188,6 @@ REMOVED = """
 
 
 def test_a_removed_callable_is_not_called_again(client, companion):
-    done = companion(REMOVED)
-    assert done.returncode == 0, done.stderr
-    assert done.stdout.splitlines() == [
+    assert companion(REMOVED).stdout.splitlines() == [
         "('first', 1) ('second', 2) ('second', 3) ('waited', True)",
         "('long', 4) ('removed during the call', False) ('presence', 3)"]
