@@ -3,14 +3,19 @@
 // answer).
 #pragma once
 
+#include <memory>
+
+#include "platform/ymFork.h"
 #include "platform/ymThreadLocal.h"
 
 // The calling thread's object of type T. A call made while the thread ends, after its storage is
-// gone, gets an object of its own that is kept.
+// gone, gets an object of its own that is kept, reachable, for the rest of the process.
 template <typename T>
 T &ymAnswerStorage()
 {
     if (T *kept = ymThreadLocalInstance<T>())
         return *kept;
-    return *new T();
+    auto late = std::make_shared<T>();
+    ymFork::abandon(late);
+    return *late;
 }

@@ -80,13 +80,14 @@ ySocketConnection::~ySocketConnection()
     });
 }
 
-ySocketConnection::Written ySocketConnection::write(std::string_view bytes, std::function<void(bool whole)> done)
+ySocketConnection::Written ySocketConnection::write(std::string_view bytes, std::function<void(bool whole)> done,
+                                                   bool mayWait)
 {
     std::unique_lock<ymMutex> guard(_lock);
     if (_closing || _fd < 0)
         return Written::failed;
     if (!_queue.empty() && _queuedBytes + bytes.size() > ySocketFraming::kMaximumQueuedBytes && !ymIOLoop::onIOThread() &&
-        !waitForRoom(guard, bytes.size()))
+        (!mayWait || !waitForRoom(guard, bytes.size())))
         return Written::failed;
     if (!_queue.empty()) {
         if (_stalled)

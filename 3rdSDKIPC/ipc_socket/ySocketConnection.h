@@ -60,10 +60,11 @@ public:
     int number() const { return _number; }
 
     enum class Written { whole, queued, failed };
-    // Any thread: writes the bytes, or queues them (see above), waiting for room while the queue
-    // is full and its peer takes something at least every wait limit. For a queued text, `done` is
-    // called on the I/O thread once it has gone whole (true) or been dropped (false).
-    Written write(std::string_view bytes, std::function<void(bool whole)> done = nullptr);
+    // Any thread: writes the bytes, or queues them (see above). With `waitForRoom`, a full queue
+    // makes the writer wait while its peer takes something at least every wait limit; without (a
+    // server's broadcast, which must not be held by one peer), the text then fails. For a queued
+    // text, `done` is called on the I/O thread once it has gone whole (true) or been dropped (false).
+    Written write(std::string_view bytes, std::function<void(bool whole)> done = nullptr, bool waitForRoom = true);
 
     // Any thread: takes no more texts and ends the connection once what is queued has gone (at
     // most the wait limit later). The owner hears nothing more of it.

@@ -253,7 +253,8 @@ bool ySocketServerImpl_SDK::send(const std::optional<std::string> &message)
             YM_LOG("%s: write error! [%ld]", kFn, length);
     };
     for (const std::shared_ptr<ySocketConnection> &connection : core.vecConnections) {
-        ySocketConnection::Written written = connection->write(bytes, outcome);
+        // One peer's full queue fails its text, never holds the others.
+        ySocketConnection::Written written = connection->write(bytes, outcome, false);
         if (written != ySocketConnection::Written::queued)
             outcome(written == ySocketConnection::Written::whole);
     }
