@@ -41,8 +41,17 @@ public:
     ymForkSafe &operator=(const ymForkSafe &) = delete;
 
 private:
-    // The child has one thread, so nobody is inside the lock: it is made anew in place.
-    static void renew(void *lock) { new (lock) Lock(); }
+    // The child has one thread. A lock it can take is free (or, recursive, its own): it is left as it
+    // is. One it cannot take was held by a thread that is not there: it is made anew in place.
+    static void renew(void *lock)
+    {
+        Lock *held = static_cast<Lock *>(lock);
+        if (held->try_lock()) {
+            held->unlock();
+            return;
+        }
+        new (lock) Lock();
+    }
     Lock _lock;
     ymMutexRegistration _registration{&ymForkSafe::renew, &_lock};  // made after the lock, gone before it
 };
