@@ -202,9 +202,11 @@ class Fork : public ymtest::SessionTest {};
 
 TEST_F(Fork, AChildUsesTheSdkAfreshAndNeverActsForItsParent)
 {
-    // Under a sanitizer a child now and then hears no answer to its request: under investigation.
+    // Under a sanitizer's runtime a thread started in the child of a fork now and then never runs
+    // (seen with AddressSanitizer: the child's I/O thread stays in the runtime's own thread start,
+    // about one run in six), so the child hears nothing. The SDK's part is run by the other builds.
     if (ymtest::kSanitizerBuild)
-        GTEST_SKIP() << "flaky under a sanitizer's runtime";
+        GTEST_SKIP() << "threads started in a forked child may never run under a sanitizer's runtime";
     ymtest::RunningClient client = ymtest::RunningClient::simulator("5.6.0", {"--quiet"});
     auto delegate = std::make_shared<ymtest::RecordingDelegate>();
     auto facade = ymSdkImplement::SharedInstance();
