@@ -449,18 +449,22 @@ ymClientWatch &ymClientWatch::shared()
 
 ymClientWatch::ymClientWatch() = default;
 
+ymClientWatch::State &ymClientWatch::stateHere()
+{
+    return _state.get([](const State *) { return std::make_shared<State>(ymFork::generation()); });
+}
+
 std::shared_ptr<ymClientWatch::State> ymClientWatch::state()
 {
     // Never destroyed: a fork may come at any time. The states of the processes this one was
     // forked from are kept (never destroyed, none of their descriptors touched) and none is used.
-    State &current = _state.get([](const State *) { return std::make_shared<State>(ymFork::generation()); });
-    return current.shared_from_this();
+    return stateHere().shared_from_this();
 }
 
 std::shared_ptr<const ymClientSnapshot> ymClientWatch::current()
 {
     // Every command asks: no reference is taken for it, the state outlives the call.
-    return _state.get([](const State *) { return std::make_shared<State>(ymFork::generation()); }).current();
+    return stateHere().current();
 }
 
 uint64_t ymClientWatch::addObserver(Observer observer)

@@ -58,6 +58,8 @@ private:
     ymClientWatch();
     ~ymClientWatch() = delete;
     // This process's state, made on first use (again in the child of a fork).
+    // This process's state, made on first use (in the child of a fork, afresh).
+    State &stateHere();
     std::shared_ptr<State> state();
     ymProcessBound<State> _state;
 };
