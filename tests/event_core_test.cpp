@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include "3rdSDKIPC/ipc_socket/ySocketInbound.h"
 #include "support/FacadeFixture.h"
@@ -194,6 +195,47 @@ TEST(Callbacks, OrderHoldsWhenACallbackRunsTheLoopAndARemovedOneIsNotCalledAgain
     EXPECT_EQ(codes, std::vector<int>{4});
     close(client);
     close(listening);
+}
+
+TEST(Pressure, AConnectionStopsReadingPastItsBudgetAndIsAskedOnceToReadAgainAtHalf)
+{
+    int resumed = 0;
+    auto budget = std::make_shared<ySocketInbound::Budget>([&] { ++resumed; });
+    const size_t limit = ySocketInbound::kPendingLimit;
+    std::vector<std::shared_ptr<ySocketInbound::Charge>> charges;
+    {
+        ySocketInbound::Handing handing(budget);
+        charges.push_back(ySocketInbound::charge(limit / 2));
+        charges.push_back(ySocketInbound::charge(limit / 2));
+        EXPECT_FALSE(budget->overLimit());  // at the limit it reads on
+        charges.push_back(ySocketInbound::charge(1));
+        EXPECT_TRUE(budget->overLimit());
+    }
+    EXPECT_EQ(ySocketInbound::charge(10), nullptr);  // nothing handed on: nothing charged
+    EXPECT_EQ(budget->pending(), limit + 1);
+    charges.pop_back();  // back at the limit: still above half
+    EXPECT_EQ(resumed, 0);
+    charges.pop_back();  // half taken back: read again
+    EXPECT_EQ(resumed, 1);
+    charges.pop_back();
+    EXPECT_EQ(resumed, 1);  // once
+    EXPECT_EQ(budget->pending(), 0u);
+}
+
+TEST(MainLoop, ADispatchServesABoundedBatchAndAnswersHowManyRan)
+{
+    ymMainLoop &loop = ymMainLoop::shared();
+    while (loop.dispatch() > 0) {
+    }
+    std::vector<int> ran;
+    for (int item = 0; item < 100; ++item)
+        loop.post([&ran, item] { ran.push_back(item); });
+    EXPECT_EQ(loop.dispatch(), 64u);
+    EXPECT_EQ(loop.dispatch(), 36u);
+    EXPECT_EQ(loop.dispatch(), 0u);
+    ASSERT_EQ(ran.size(), 100u);
+    for (int item = 0; item < 100; ++item)
+        EXPECT_EQ(ran[item], item);
 }
 
 }  // namespace
