@@ -9,15 +9,16 @@ cd "$(dirname "$0")/.."
 sh scripts/build-packages.sh >/dev/null
 export DEBIAN_FRONTEND=noninteractive
 apt-get install -y -q ./build-deb/libyumoclientsdk1_*.deb ./build-deb/libyumoclientsdk-dev_*.deb \
-    ./build-deb/yumoclientsdk-tools_*.deb ./build-deb/python3-yumoclientsdk_*.deb ./build-deb/libyumoclientsdk-doc_*.deb >/dev/null
-echo "installed: $(dpkg-query -W -f='${Package} ' libyumoclientsdk1 libyumoclientsdk-dev yumoclientsdk-tools python3-yumoclientsdk libyumoclientsdk-doc)"
+    ./build-deb/yumoclientsdk-tools_*.deb ./build-deb/python3-yumoclientsdk_*.deb ./build-deb/libyumoclientsdk-doc_*.deb \
+    ./build-deb/node-yumoclientsdk_*.deb >/dev/null
+echo "installed: $(dpkg-query -W -f='${Package} ' libyumoclientsdk1 libyumoclientsdk-dev yumoclientsdk-tools python3-yumoclientsdk libyumoclientsdk-doc node-yumoclientsdk)"
 for page in ymctl ymsim PlistBuddy; do
     man -w "$page" >/dev/null
 done
 echo "manual pages: $(man -w ymctl ymsim PlistBuddy | tr '\n' ' ')"
 
 # Nothing of the build tree: the installed SDK alone.
-unset LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH PYTHONPATH || true
+unset LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH PYTHONPATH YUMOCLIENTSDK_ADDON || true
 work=$(mktemp -d "${TMPDIR:-/tmp}/ymexample-XXXXXX")
 trap 'rm -rf "$work"' EXIT INT TERM
 examples=/usr/share/doc/libyumoclientsdk-dev/examples
@@ -53,4 +54,24 @@ for built in "$work/cmake-build/client_watch" "$work/client_watch" "$work/cmake-
 done
 echo "running $work/asyncio_companion.py as the client comes and goes"
 dbus-run-session -- sh tests/support/coming-and-going.sh "$(command -v ymsim)" /usr/bin/python3 "$work/asyncio_companion.py" >/dev/null 2>&1
+
+# The Node.js module, as a JavaScript developer takes it: Debian's package, then the npm tarball
+# packed from the tree (with the installed addon in it, and without one) and installed offline.
+node_module=$(dpkg -L node-yumoclientsdk | grep '/nodejs/yumoclientsdk$')
+run_node_checks() {
+    echo "running examples/node_companion.mjs and the transports' tests with $1"
+    YUMO_MODULE="$1" YMSIM="$(command -v ymsim)" dbus-run-session -- \
+        node --test tests/node/example.test.mjs tests/node/transports.test.mjs >"$work/node-test.out" 2>&1 ||
+        { cat "$work/node-test.out"; exit 1; }
+}
+run_node_checks "$node_module"
+for carried in yes no; do
+    project="$work/project-$carried"
+    mkdir -p "$project"
+    if [ "$carried" = yes ]; then addon="$node_module/build/Release/yumoclientsdk.node"; else addon=/nonexistent; fi
+    tarball=$(cd node && YUMOCLIENTSDK_ADDON="$addon" npm pack --silent --pack-destination "$work" 2>/dev/null | tail -n 1)
+    (cd "$project" && npm init -y >/dev/null && npm install --offline --no-audit --no-fund "$work/$tarball" >/dev/null)
+    echo "installed $tarball offline into a fresh project ($( [ "$carried" = yes ] && echo 'its own addon' || echo 'addon built at install'))"
+    run_node_checks "$project/node_modules/yumoclientsdk"
+done
 echo "package check: passed"

@@ -38,3 +38,33 @@ if [ -n "$missing" ]; then
 else
     echo "setup: every package is installed"
 fi
+
+# The Node.js module: Node.js with its headers (Debian's nodejs and libnode-dev, or a Node.js that
+# carries them), npm, and node-addon-api (Debian's package where Debian's nodejs is installed, else
+# from the npm registry).
+locate="$(dirname "$0")/../node/scripts/locate.js"
+if command -v node >/dev/null 2>&1 && node "$locate" >/dev/null 2>&1; then
+    echo "setup: Node.js, its headers and node-addon-api are there"
+elif [ "$(id -u)" -ne 0 ]; then
+    echo "setup: the Node.js module needs: $(node "$locate" 2>&1 >/dev/null || echo 'Node.js (apt-get install nodejs libnode-dev node-addon-api npm)')" >&2
+    echo "setup: run this script as root to install it" >&2
+    exit 1
+else
+    export DEBIAN_FRONTEND=noninteractive
+    if ! command -v node >/dev/null 2>&1; then
+        echo "setup: installing Debian's Node.js"
+        apt-get install -y -q --no-install-recommends nodejs libnode-dev node-addon-api npm
+    fi
+    # Debian's nodejs keeps its headers in libnode-dev; a Node.js from elsewhere carries its own,
+    # and cannot take Debian's node-addon-api (which depends on Debian's nodejs).
+    if node "$locate" 2>&1 >/dev/null | grep -q "no Node.js headers"; then
+        apt-get install -y -q --no-install-recommends libnode-dev
+    fi
+    if node "$locate" 2>&1 >/dev/null | grep -q "no node-addon-api"; then
+        apt-get install -y -q --no-install-recommends node-addon-api 2>/dev/null ||
+            npm install -g --no-audit --no-fund node-addon-api@8
+    fi
+    command -v npm >/dev/null 2>&1 || apt-get install -y -q --no-install-recommends npm
+    node "$locate" >/dev/null
+    echo "setup: Node.js, its headers and node-addon-api are installed"
+fi

@@ -182,6 +182,11 @@ BOOL ymRegisterAudioDeviceWithTexts(const char *deviceName, const char *deviceIn
 
 void ymCleanupAudioDevices(void) { guarded([] { facade().CleanupAudioDevices(); }); }
 
+size_t ymCleanupAudioDevicesAndCount(void)
+{
+    return guarded<size_t>(0, [] { return facade().CleanupAudioDevicesAndCount(); });
+}
+
 BOOL ymIsRegisteredDevice(const char *deviceName, const char *deviceIndex)
 {
     return guarded(NO, [&] { return yesOrNo(facade().isRegisteredDevice(textOf(deviceName), textOf(deviceIndex))); });

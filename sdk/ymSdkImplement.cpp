@@ -177,14 +177,16 @@ void ymSdkImplement::addToDeviceArray(const std::optional<std::string> &deviceNa
     part->devicesArray.push_back({deviceName, deviceIndex});
 }
 
-void ymSdkImplement::CleanupAudioDevices()
+void ymSdkImplement::CleanupAudioDevices() { CleanupAudioDevicesAndCount(); }
+
+size_t ymSdkImplement::CleanupAudioDevicesAndCount()
 {
     Impl::ProcessPart *part = &_impl->part();
     std::vector<ymAudioDeviceStore::Device> devices;
     {
         std::lock_guard<ymMutex> guard(part->devicesLock);
         if (part->devicesArray.empty())
-            return;
+            return 0;
         for (const Impl::DeviceEntry &entry : part->devicesArray)
             devices.push_back({entry.deviceName, entry.deviceIndex});
     }
@@ -192,7 +194,7 @@ void ymSdkImplement::CleanupAudioDevices()
     if (result.nothingStored) {
         std::lock_guard<ymMutex> guard(part->devicesLock);
         part->devicesArray.clear();
-        return;
+        return 0;
     }
     // The releases go out once the shared list is written; those that cannot be sent are lost.
     for (const ymAudioDeviceStore::Release &release : result.released) {
@@ -201,6 +203,7 @@ void ymSdkImplement::CleanupAudioDevices()
         device.deviceName = release.deviceName;
         SetAudioCmd(ymAudioCommandRelease, device);
     }
+    return result.released.size();
 }
 
 int32_t ymSdkImplement::GetIMPresenceStatus()

@@ -101,6 +101,10 @@ YM_EXPORT BOOL ymRegisterAudioDeviceWithTexts(const char *deviceName, const char
  * one removed (the devices are released). Call it before the companion quits. */
 YM_EXPORT void ymCleanupAudioDevices(void);
 
+/** The same, answering how many devices were removed from the shared list (a release went out for
+ * each); 0 when this process registered none or the list could not be written. */
+YM_EXPORT size_t ymCleanupAudioDevicesAndCount(void);
+
 /** YES when this process registered the device (same name and index) in its current run. */
 YM_EXPORT BOOL ymIsRegisteredDevice(const char *deviceName, const char *deviceIndex);
 

@@ -1,6 +1,7 @@
 /// @file
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -97,6 +98,10 @@ public:
     /// Removes this process's devices from the shared list and sends the release command 101 for
     /// each one removed. Call it before the companion quits.
     void CleanupAudioDevices();
+
+    /// Does what CleanupAudioDevices() does and answers how many devices it removed from the shared
+    /// list (a release command went out for each); 0 when this process registered none.
+    size_t CleanupAudioDevicesAndCount();
 
     /// Asks the meeting client for the user's presence status. Answers the command status; the
     /// answer reaches the delegate's ymSdkIMPresenceStatus on the main loop, one call per answer,

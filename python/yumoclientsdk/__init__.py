@@ -74,7 +74,7 @@ from ._answers import client_state as _client_state_of
 from ._checks import MAX_SECONDS
 from ._loop import attach, detach, dispatch, main_loop_fd, stop, wait_audio_info, wait_presence_status
 
-__version__ = "1.1.0"
+__version__ = "1.2.0"
 
 __all__ = [
     "PresenceStatus", "AudioInfo", "ClientState", "MAX_SECONDS", "AUDIO_CMD_RELEASE",
