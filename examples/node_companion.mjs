@@ -2,7 +2,8 @@
 // events of its own devices and the meeting client's comings and goings, registers again when the
 // client starts anew, and on Ctrl-C (or SIGTERM) releases its devices and ends.
 //
-//   npm install yumoclientsdk        (or the package's tarball, or Debian's node-yumoclientsdk)
+//   npm install ./yumoclientsdk-1.2.0.tgz        (the package's tarball: cd node && npm pack)
+//   npm install /usr/lib/x86_64-linux-gnu/nodejs/yumoclientsdk      (or Debian's node-yumoclientsdk)
 //   node node_companion.mjs
 import yumo from 'yumoclientsdk';
 

@@ -94,7 +94,8 @@ declare namespace yumo {
   function on(event: 'audio', listener: (event: AudioEvent) => void): typeof yumo;
   /** Listens for every presence answer; keeps the process alive while listening. */
   function on(event: 'presence', listener: (status: PresenceStatus) => void): typeof yumo;
-  /** Listens for the meeting client's changes (starts the SDK's watch of the client). */
+  /** Listens for the meeting client's changes (starts the SDK's watch of the client); keeps the
+   * process alive while listening. */
   function on(event: 'clientState', listener: (state: ClientState) => void): typeof yumo;
   function once(event: 'audio', listener: (event: AudioEvent) => void): typeof yumo;
   function once(event: 'presence', listener: (status: PresenceStatus) => void): typeof yumo;

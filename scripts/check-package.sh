@@ -65,6 +65,11 @@ run_node_checks() {
         { cat "$work/node-test.out"; exit 1; }
 }
 run_node_checks "$node_module"
+# With a Node.js that does not look in /usr/lib/<arch>/nodejs: Debian's copy linked into a project.
+mkdir -p "$work/project-linked"
+(cd "$work/project-linked" && npm init -y >/dev/null && npm install --offline --no-audit --no-fund "$node_module" >/dev/null &&
+    node --input-type=module -e "import yumo from 'yumoclientsdk'; if (yumo.availableFeatures() !== 3) process.exit(1);")
+echo "imported Debian's module linked into a fresh project with npm install $node_module"
 for carried in yes no; do
     project="$work/project-$carried"
     mkdir -p "$project"
