@@ -53,17 +53,28 @@ const sdk = new YumoClientSdk();
 const pending = []; // presence requests waiting for an answer, oldest first
 
 // Node's loop is kept alive while a listener or a request needs the SDK; client changes are followed
-// while someone listens for them.
+// while someone listens for them. The native half is told only of a change: a presence request
+// looks here twice.
+let held = false;
+let following = false;
+
+function hold(needed) {
+  if (needed !== held) native.setHeld((held = needed));
+}
+
+function follow(needed) {
+  if (needed !== following) native.followClientState((following = needed));
+}
+
 function refresh() {
-  const listening = DELIVERED.some((name) => sdk.listenerCount(name) > 0);
-  native.setHeld(listening || pending.length > 0);
-  native.followClientState(sdk.listenerCount('clientState') > 0);
+  hold(pending.length > 0 || DELIVERED.some((name) => sdk.listenerCount(name) > 0));
+  follow(sdk.listenerCount('clientState') > 0);
 }
 
 function listenerAdded(name) {
   // Told before the listener is there.
-  if (DELIVERED.includes(name)) native.setHeld(true);
-  if (name === 'clientState') native.followClientState(true);
+  if (DELIVERED.includes(name)) hold(true);
+  if (name === 'clientState') follow(true);
 }
 
 function listenerRemoved(name) {
@@ -137,7 +148,7 @@ function getPresenceStatus(options) {
       reject(error);
     }, milliseconds);
     pending.push(request);
-    refresh();
+    hold(true);
   });
 }
 

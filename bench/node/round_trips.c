@@ -44,13 +44,22 @@ int main(int argc, char **argv)
         fprintf(stderr, "usage: round_trips PRESENCE_ROUNDS AUDIO_COMMANDS\n");
         return 64;
     }
-    int rounds = atoi(argv[1]), commands = atoi(argv[2]);
+    char *end1 = NULL, *end2 = NULL;
+    long rounds = strtol(argv[1], &end1, 10), commands = strtol(argv[2], &end2, 10);
+    if (*end1 != '\0' || rounds < 1 || rounds > 1000000) {
+        fprintf(stderr, "round_trips: PRESENCE_ROUNDS must be a whole number from 1 to 1000000, not \"%s\"\n", argv[1]);
+        return 64;
+    }
+    if (*end2 != '\0' || commands < 1 || commands > 10000000) {
+        fprintf(stderr, "round_trips: AUDIO_COMMANDS must be a whole number from 1 to 10000000, not \"%s\"\n", argv[2]);
+        return 64;
+    }
     double *samples = calloc((size_t)rounds, sizeof *samples);
     ymSetTakesStandardError(NO);
     ymSetPresenceStatusCallback(presence, NULL);
     ymSetAudioInfoCallback(audio, NULL);
     ymRegisterAudioDevice("Headset", "1", 2830, 3);
-    for (int i = -10; i < rounds; i++) {  /* ten rounds to warm up */
+    for (long i = -10; i < rounds; i++) {  /* ten rounds to warm up */
         int before = presenceAnswers;
         double start = now();
         if (ymGetIMPresenceStatus() != ymCommandStatusSent)
@@ -62,7 +71,7 @@ int main(int argc, char **argv)
     }
     qsort(samples, (size_t)rounds, sizeof *samples, compare);
     double start = now();
-    for (int i = 0; i < commands; i++)
+    for (long i = 0; i < commands; i++)
         ymSetAudioCmd(1, "1", "Headset", 2830, 3);
     while (audioEvents < commands && now() - start < 60e6)
         ymRunMainLoopFor(10);

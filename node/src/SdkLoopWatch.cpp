@@ -125,14 +125,15 @@ void SdkLoopWatch::dispatch()
     // One bounded batch per readiness: what is left keeps the descriptor readable, and libuv comes
     // back after serving the rest of Node's loop.
     ymDispatchMainLoop();
-    std::vector<Record> batch;
-    batch.swap(_received);
+    // Delivered from a second vector, whose room is kept from one dispatch to the next.
+    _delivering.swap(_received);
     Napi::HandleScope scope(_env);
-    for (const Record &record : batch) {
+    for (const Record &record : _delivering) {
         if (_poll == nullptr)
             break;  // the environment is going
         deliver(record);
     }
+    _delivering.clear();
 }
 
 void SdkLoopWatch::deliver(const Record &record)

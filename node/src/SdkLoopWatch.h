@@ -59,7 +59,8 @@ private:
     Napi::AsyncContext _context;
     uv_poll_t *_poll = nullptr;  // owned; freed by its close callback
     bool _followsClientState = false;
-    std::vector<Record> _received;  // filled by the SDK's callbacks during one dispatch
+    std::vector<Record> _received;    // filled by the SDK's callbacks during one dispatch
+    std::vector<Record> _delivering;  // the records of the dispatch being handed to JavaScript
 };
 
 }  // namespace yumoclientsdk_node
