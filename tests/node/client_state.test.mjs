@@ -12,13 +12,13 @@ test('started, quit, updated and removed are told as they happen; the last liste
     const home = makeHome(t);
     install(home, '5.6.0');
     const companion = startCompanion(t, home, `
-      const now = yumo.clientState();
-      console.log('now ' + JSON.stringify(now));
       function told(state) {
         console.log(state.change + ' ' + JSON.stringify(state));
         if (state.change === 'removed') yumo.off('clientState', told);
       }
+      // Listening first: the state told as "now" is the one the changes are told against.
       yumo.on('clientState', told);
+      console.log('now ' + JSON.stringify(yumo.clientState()));
     `);
     const state = async (change) => JSON.parse((await companion.line(new RegExp(`^${change} `))).slice(change.length + 1));
 
