@@ -112,7 +112,10 @@ struct ymClientWatch::State : std::enable_shared_from_this<ymClientWatch::State>
     // has the I/O thread's sources armed afresh even when not.
     std::shared_ptr<const ymClientSnapshot> current(bool resyncAnyway = false);
     void take();
+    // Under the lock: the observers of now (or those of `tokens`) hear of the change, on the main loop.
     void tell(const std::shared_ptr<const ymClientSnapshot> &now, const std::shared_ptr<const ymClientSnapshot> &before);
+    void tell(const std::shared_ptr<const ymClientSnapshot> &now, const std::shared_ptr<const ymClientSnapshot> &before,
+              std::vector<uint64_t> tokens);
     void askForLook(bool afterChange);
     void look();
     void postResync();
@@ -191,10 +194,17 @@ void ymClientWatch::State::take()
 
 void ymClientWatch::State::tell(const std::shared_ptr<const ymClientSnapshot> &now, const std::shared_ptr<const ymClientSnapshot> &before)
 {
-    // Under the lock. The observers of now hear of it, unless removed before the call comes.
     std::vector<uint64_t> tokens;
     for (const auto &[token, observer] : observers)
         tokens.push_back(token);
+    tell(now, before, std::move(tokens));
+}
+
+void ymClientWatch::State::tell(const std::shared_ptr<const ymClientSnapshot> &now, const std::shared_ptr<const ymClientSnapshot> &before,
+                                std::vector<uint64_t> tokens)
+{
+    // Posted under the lock, so changes are told in the order they were taken; an observer removed
+    // before its call comes is not called.
     if (tokens.empty())
         return;
     std::weak_ptr<State> weak = weak_from_this();
@@ -467,13 +477,17 @@ std::shared_ptr<const ymClientSnapshot> ymClientWatch::current()
     return stateHere().current();
 }
 
-uint64_t ymClientWatch::addObserver(Observer observer)
+uint64_t ymClientWatch::addObserver(Observer observer, std::shared_ptr<const ymClientSnapshot> since)
 {
     std::shared_ptr<State> state = this->state();
-    state->current();  // what observers hear of is measured from here
+    state->current();
     std::lock_guard<ymMutex> guard(state->lock);
     uint64_t token = state->nextToken++;
     state->observers.emplace(token, std::move(observer));
+    // A change between what the caller saw and the snapshot above is told first; later ones are
+    // told to every observer, this one included, after it.
+    if (since && state->snapshot && !sameForObservers(*since, *state->snapshot))
+        state->tell(state->snapshot, since, {token});
     if (!state->use) {
         state->use = std::make_shared<ymIOLoop::Use>();
         state->postResync();

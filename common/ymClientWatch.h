@@ -41,8 +41,9 @@ public:
 
     // Called on the main loop with the client as it is now and as it was before the change.
     using Observer = std::function<void(const ymClientSnapshot &now, const ymClientSnapshot &before)>;
-    // Calls the observer for every change from now on. Answers a token for removeObserver().
-    uint64_t addObserver(Observer observer);
+    // Calls the observer for every change from `since` (what its caller last saw of the client),
+    // or from now when it is null. Answers a token for removeObserver().
+    uint64_t addObserver(Observer observer, std::shared_ptr<const ymClientSnapshot> since = nullptr);
     // Stops the observer; unknown tokens are ignored.
     void removeObserver(uint64_t token);
 

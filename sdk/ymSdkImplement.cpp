@@ -50,6 +50,9 @@ struct ymSdkImplement::Impl {
 
     ymWeakReference<ymSdkDelegate> delegate;
     std::atomic<int64_t> features{0};
+    /// The client as the companion last read it: a handler set next hears of every change from there.
+    ymMutex lastReadLock;
+    std::shared_ptr<const ymClientSnapshot> lastRead;
     ymProcessBound<ProcessPart> bound;
     std::weak_ptr<ymSdkImplement> self;
 
@@ -325,7 +328,15 @@ std::vector<YMClientState_s> changesBetween(const ymClientSnapshot &now, const y
 
 }  // namespace
 
-YMClientState_s ymSdkImplement::GetClientState() { return stateOf(*ymClientWatch::shared().current(), ymClientChangeNone); }
+YMClientState_s ymSdkImplement::GetClientState()
+{
+    std::shared_ptr<const ymClientSnapshot> client = ymClientWatch::shared().current();
+    {
+        std::lock_guard<ymMutex> guard(_impl->lastReadLock);
+        _impl->lastRead = client;
+    }
+    return stateOf(*client, ymClientChangeNone);
+}
 
 void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientState_s &state)> handler)
 {
@@ -348,6 +359,12 @@ void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientStat
         return;
     // The observer holds this facade weakly: a facade that is gone hears nothing. The handler is
     // looked up for every change it is told, so one removed in the middle of a batch hears no more.
+    // A companion that read the state first hears of what changed since it read it.
+    std::shared_ptr<const ymClientSnapshot> since;
+    {
+        std::lock_guard<ymMutex> guard(_impl->lastReadLock);
+        since = std::exchange(_impl->lastRead, nullptr);
+    }
     std::weak_ptr<ymSdkImplement> weak = weak_from_this();
     part->clientObservation = ymClientWatch::shared().addObserver([weak](const ymClientSnapshot &now, const ymClientSnapshot &before) {
         std::shared_ptr<ymSdkImplement> self = weak.lock();
@@ -359,7 +376,7 @@ void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientStat
         for (const YMClientState_s &state : changesBetween(now, before))
             if (!current->clientStateHandler.call(state))
                 return;
-    });
+    }, std::move(since));
 }
 
 std::shared_ptr<ymSdkDelegate> ymSdkImplement::delegate() const { return _impl->delegate.get(); }

@@ -170,6 +170,27 @@ TEST_F(ClientState, CInterfaceTellsTheSameChangesInPlainTypes)
     EXPECT_EQ(told.size(), 3u);
 }
 
+TEST_F(ClientState, AStartBetweenReadingTheStateAndListeningIsToldToTheListener)
+{
+    // The companion reads the state, the client starts, and only then the companion listens: it
+    // hears of the start all the same, measured from what it read.
+    auto handler = [this](const YMClientState_s &state) { told.push_back(state); };
+    sdk->SetClientStateHandler(nullptr);
+    EXPECT_FALSE(sdk->GetClientState().installed);
+    auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
+    sdk->SetClientStateHandler(handler);
+    EXPECT_EQ(fields(waitFor(ymClientChangeStarted, std::chrono::seconds(20))),
+              fields({ymClientChangeStarted, true, true, ymClientTransportSockets, "5.6.0", bundle()}));
+    EXPECT_EQ(fields(told.front()), fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.0", bundle()}));
+
+    // A handler set again without a new reading hears from then on: nothing twice.
+    sdk->SetClientStateHandler(nullptr);
+    size_t heard = told.size();
+    sdk->SetClientStateHandler(handler);
+    ymMainLoop::shared().runFor(std::chrono::milliseconds(300));
+    EXPECT_EQ(told.size(), heard);
+}
+
 TEST_F(ClientState, YmctlWatchPrintsOneObjectPerChangeAndEndsCleanlyOnSignals)
 {
     // Every field, as the watch prints it in JSON.

@@ -175,7 +175,8 @@ typedef void (*ymClientStateCallback)(const ymClientState *state, void *context)
 
 /** Sets the function told of the meeting client's changes (NULL: none), with its context, within a
  * second of each change. Setting one starts the SDK's watch of the client: it waits on the file
- * system and the client's processes, and does not poll. */
+ * system and the client's processes, and does not poll. A callback set after ymGetClientState()
+ * hears of every change since that reading, also of one that came in between. */
 YM_EXPORT void ymSetClientStateCallback(ymClientStateCallback callback, void *context);
 
 /** Fills `state` with the meeting client now (change ymClientChangeNone). Its texts stay valid on

@@ -125,7 +125,8 @@ public:
     /// An empty handler stops the calls: once this returns, the old handler is never called again
     /// (a call of it under way on the loop's thread is waited for, unless this is called there).
     /// Setting one starts the SDK's watch of the client, which then waits on the file system and
-    /// the client's processes: it does not poll.
+    /// the client's processes: it does not poll. A handler set after GetClientState() hears of every
+    /// change since that reading, also of one that came in between.
     void SetClientStateHandler(std::function<void(const YMClientState_s &state)> handler);
 
     /// The companion's receiver of answers (weak: keep your own reference).
