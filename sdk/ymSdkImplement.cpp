@@ -21,6 +21,7 @@
 #include "sdk/ymClientChecks.h"
 #include "sdk/ymIPCMessage.h"
 #include "sdk/ymNotificationTransport.h"
+#include "platform/ymGuarded.h"
 #include "platform/ymIOLoop.h"
 #include "platform/ymProcessBound.h"
 #include "sdk/ymSocketTransport.h"
@@ -373,9 +374,13 @@ void ymSdkImplement::SetClientStateHandler(std::function<void(const YMClientStat
         Impl::ProcessPart *current = self->_impl->bound.ifCurrent();
         if (!current)
             return;
-        for (const YMClientState_s &state : changesBetween(now, before))
-            if (!current->clientStateHandler.call(state))
+        // A handler that throws is said in the log; the rest of the batch still reaches it.
+        for (const YMClientState_s &state : changesBetween(now, before)) {
+            bool set = true;
+            ymGuarded("ymSdkImplement", "the client-state handler", [&] { set = current->clientStateHandler.call(state); });
+            if (!set)
                 return;
+        }
     }, std::move(since));
 }
 

@@ -7,11 +7,13 @@
 #include <YumoClientSdk/ymSdkC.h>
 #include <YumoClientSdk/ymSdkImplement.h>
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -94,6 +96,12 @@ TEST_F(ClientState, StartQuitAndRestartAsAnotherVersionAreToldWithTheirTransport
               fields({ymClientChangeStarted, true, true, ymClientTransportNotifications, "5.5.0", bundle()}));
     EXPECT_EQ(sdk->GetClientState().transport, ymClientTransportNotifications);
 
+    // Once it runs again, asking costs no look: the processes of its last run are not counted.
+    const uint64_t taken = ymClientWatch::snapshotsTaken();
+    for (int i = 0; i < 20; ++i)
+        EXPECT_TRUE(sdk->GetClientState().running);
+    EXPECT_LE(ymClientWatch::snapshotsTaken() - taken, 2u);
+
     // Each change is told once, in the order it happened.
     std::vector<int> changes;
     for (const YMClientState_s &state : told)
@@ -139,6 +147,27 @@ TEST_F(ClientState, InstalledWhereItsDefaultsSayIsToldAtOnce)
               fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.2", elsewhere + "/yumoapp.app/"}));
 }
 
+TEST_F(ClientState, AFolderThatKeepsChangingHoldsTheLookBackForAMomentOnly)
+{
+    // Something writes into ~/Applications all the time while the client is installed there: the
+    // look waits for the folder to be quiet, but not for ever.
+    std::filesystem::create_directories(home.path() + "/Applications");
+    ymMainLoop::shared().runFor(std::chrono::seconds(1));  // the watch moves from $HOME to the folder
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 1500 && !stop; ++i) {  // 30 s at most
+            ymtest::writeFile(home.path() + "/Applications/noise", std::to_string(i));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    ymtest::ChildProcess install(ymtest::toolProgram("ymsim"), {"install", "--version", "5.6.0"});
+    EXPECT_EQ(install.wait(), 0);
+    EXPECT_EQ(fields(waitFor(ymClientChangeInstalled, std::chrono::seconds(20))),
+              fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.0", bundle()}));
+    stop = true;
+    writer.join();
+}
+
 void recordChange(const ymClientState *state, void *context)
 {
     auto *told = static_cast<std::vector<std::string> *>(context);
@@ -173,8 +202,13 @@ TEST_F(ClientState, CInterfaceTellsTheSameChangesInPlainTypes)
 TEST_F(ClientState, AStartBetweenReadingTheStateAndListeningIsToldToTheListener)
 {
     // The companion reads the state, the client starts, and only then the companion listens: it
-    // hears of the start all the same, measured from what it read.
-    auto handler = [this](const YMClientState_s &state) { told.push_back(state); };
+    // hears of the start all the same, measured from what it read. Its handler throws at the first
+    // change: the log says so, and the rest of the batch still comes.
+    auto handler = [this](const YMClientState_s &state) {
+        told.push_back(state);
+        if (told.size() == 1)
+            throw std::runtime_error("the companion's own fault");
+    };
     sdk->SetClientStateHandler(nullptr);
     EXPECT_FALSE(sdk->GetClientState().installed);
     auto client = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::simulator("5.6.0", {"--quiet"}));
@@ -182,6 +216,9 @@ TEST_F(ClientState, AStartBetweenReadingTheStateAndListeningIsToldToTheListener)
     EXPECT_EQ(fields(waitFor(ymClientChangeStarted, std::chrono::seconds(20))),
               fields({ymClientChangeStarted, true, true, ymClientTransportSockets, "5.6.0", bundle()}));
     EXPECT_EQ(fields(told.front()), fields({ymClientChangeInstalled, true, false, ymClientTransportNone, "5.6.0", bundle()}));
+    EXPECT_NE(ymtest::readFile(home.groupContainer() + "/yumoclientsdk.log")
+                  .find("ymSdkImplement: the client-state handler threw: the companion's own fault"),
+              std::string::npos);
 
     // A handler set again without a new reading hears from then on: nothing twice.
     sdk->SetClientStateHandler(nullptr);
@@ -245,44 +282,7 @@ constexpr uid_t kOtherUser = 65534;
 
 std::vector<std::string> asOtherUser(const std::string &program, std::vector<std::string> arguments)
 {
-    const std::string user = std::to_string(kOtherUser);
-    arguments.insert(arguments.begin(), {"--reuid=" + user, "--regid=" + user, "--clear-groups", "--", program});
-    return arguments;
-}
-
-// Takes every inotify instance its user may have, and gives back eight at each SIGUSR1. Its first
-// line tells how taking them ended: "held" when the user's limit was reached, "beyond one process"
-// when this machine cannot give the test that, rather than when something went wrong.
-const char *const kInotifyHolder = R"(import ctypes, errno, os, resource, signal
-libc = ctypes.CDLL(None, use_errno=True)
-# As many descriptors as this process may have: the user's limit can lie above the process's first one.
-resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
-held = []
-while len(held) < 65536 and (fd := libc.inotify_init1(os.O_CLOEXEC)) >= 0:
-    held.append(fd)
-error = ctypes.get_errno() if len(held) < 65536 else 0
-try:  # EMFILE while a descriptor can still be had: the user's limit was reached, not the process's
-    os.close(os.dup(1))
-    spare = True
-except OSError:
-    spare = False
-signal.signal(signal.SIGUSR1, lambda *_: [os.close(held.pop()) for _ in range(min(8, len(held)))])
-outcome = ("held" if error == errno.EMFILE and spare
-           else "beyond one process" if error in (0, errno.EMFILE) else "stopped")
-print(f"{outcome}: {os.strerror(error)}, {len(held)} taken, with a limit of",
-      resource.getrlimit(resource.RLIMIT_NOFILE)[0], "descriptors", flush=True)
-while True:
-    signal.pause()
-)";
-
-// The inotify instances a process holds.
-int inotifyInstances(pid_t pid)
-{
-    int count = 0;
-    std::error_code error;
-    for (const auto &entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error))
-        count += std::filesystem::read_symlink(entry.path(), error).string() == "anon_inode:inotify";
-    return count;
+    return ymtest::asUser(kOtherUser, program, std::move(arguments));
 }
 
 TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhenThereIsSome)
@@ -292,18 +292,17 @@ TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhe
     for (const auto &entry : std::filesystem::recursive_directory_iterator(home.path()))
         ASSERT_EQ(lchown(entry.path().c_str(), kOtherUser, kOtherUser), 0);
     ASSERT_EQ(chown(home.path().c_str(), kOtherUser, kOtherUser), 0);
-    ymtest::ChildProcess inotify("/usr/bin/setpriv", asOtherUser("/usr/bin/python3", {"-c", kInotifyHolder}), true);
-    const std::string taken = inotify.readLine().value_or("the holder ended without a word");
-    if (taken.starts_with("beyond one process"))
-        GTEST_SKIP() << taken;
-    ASSERT_TRUE(taken.starts_with("held: ")) << taken;
+    ymtest::InotifyInstancesHeld inotify(kOtherUser);
+    if (inotify.outcome().starts_with("beyond one process"))
+        GTEST_SKIP() << inotify.outcome();
+    ASSERT_TRUE(inotify.held()) << inotify.outcome();
 
     // A companion of that user: ymctl watch (its own end bounds the waits for its lines). It has no
     // inotify instance: none of its own, and none leaked from this process.
     ymtest::ChildProcess watch("/usr/bin/setpriv", asOtherUser(ymtest::toolProgram("ymctl"), {"--json", "watch", "--seconds", "60"}));
     auto nextChange = [&] { return nlohmann::json::parse(watch.readLine().value_or("{}")).value("change", "(ended)"); };
     ASSERT_EQ(nextChange(), "now");
-    EXPECT_EQ(inotifyInstances(watch.pid()), 0);
+    EXPECT_EQ(ymtest::inotifyInstances(watch.pid()), 0);
     // Past the quick looks that follow the watch's start: from here only the looks without inotify
     // can find the client.
     std::this_thread::sleep_for(std::chrono::seconds(2));
@@ -320,8 +319,8 @@ TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhe
     EXPECT_EQ(changes.front(), "installed");
     EXPECT_EQ(changes.back(), "started");
 
-    ASSERT_EQ(kill(inotify.pid(), SIGUSR1), 0);
-    EXPECT_TRUE(ymtest::eventually([&] { return inotifyInstances(watch.pid()) > 0; }, std::chrono::seconds(30)));
+    inotify.giveBackEight();
+    EXPECT_TRUE(ymtest::eventually([&] { return ymtest::inotifyInstances(watch.pid()) > 0; }, std::chrono::seconds(30)));
     client.reset();
     EXPECT_EQ(nextChange(), "quit");
 }

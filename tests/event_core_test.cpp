@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
@@ -236,6 +237,53 @@ TEST(MainLoop, ADispatchServesABoundedBatchAndAnswersHowManyRan)
     ASSERT_EQ(ran.size(), 100u);
     for (int item = 0; item < 100; ++item)
         EXPECT_EQ(ran[item], item);
+}
+
+TEST(MainLoop, CompanionsSourcesAreServedInsideACallbackAndThroughTheirFaultsAndAStopEndsTheRun)
+{
+    // A companion's pipe as a source of the loop.
+    struct PipeSource : ymMainLoop::Source {
+        int fd = -1;
+        int reads = 0;
+        int fileDescriptor() const override { return fd; }
+        short pollEvents() const override { return POLLIN; }
+        void dispatch() override
+        {
+            char byte;
+            reads += read(fd, &byte, 1) == 1;
+            if (reads == 2)
+                throw std::runtime_error("the companion's own fault");
+        }
+    };
+    ymtest::CapturedStderr log;
+    int pipeFds[2];
+    ASSERT_EQ(pipe2(pipeFds, O_CLOEXEC | O_NONBLOCK), 0);
+    auto source = std::make_shared<PipeSource>();
+    source->fd = pipeFds[0];
+    ymMainLoop &loop = ymMainLoop::shared();
+    loop.addSource(source);
+
+    // A callback waits, running the loop, for what the source reads.
+    bool heardInside = false, callbackEnded = false;
+    loop.post([&] {
+        EXPECT_EQ(write(pipeFds[1], "x", 1), 1);
+        heardInside = loop.runUntil([&] { return source->reads == 1; }, std::chrono::seconds(10));
+        callbackEnded = true;
+    });
+    ASSERT_TRUE(loop.runUntil([&] { return callbackEnded; }, std::chrono::seconds(30)));
+    EXPECT_TRUE(heardInside);
+
+    // What a source throws stays in the loop, said in the log; the source is served on.
+    ASSERT_EQ(write(pipeFds[1], "yz", 2), 2);
+    EXPECT_TRUE(loop.runUntil([&] { return source->reads == 3; }, std::chrono::seconds(30)));
+    EXPECT_NE(log.text().find("ymMainLoop: a source threw: the companion's own fault"), std::string::npos) << log.text();
+
+    // A stop ends the run without its condition: it answers false.
+    loop.post([&loop] { loop.stop(); });
+    EXPECT_FALSE(loop.runUntil([] { return false; }, std::chrono::seconds(30)));
+    source->fd = -1;
+    close(pipeFds[0]);
+    close(pipeFds[1]);
 }
 
 }  // namespace

@@ -151,4 +151,57 @@ RunningClient RunningClient::silent(const std::string &version, const std::optio
     return RunningClient(std::move(process));
 }
 
+namespace {
+
+// Takes every inotify instance its user may have, and gives back eight at each SIGUSR1. Its first
+// line tells how taking them ended: "held" when the user's limit was reached, "beyond one process"
+// when this machine cannot give the test that, rather than when something went wrong.
+const char *const kInotifyHolder = R"(import ctypes, errno, os, resource, signal
+libc = ctypes.CDLL(None, use_errno=True)
+# As many descriptors as this process may have: the user's limit can lie above the process's first one.
+resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
+held = []
+while len(held) < 65536 and (fd := libc.inotify_init1(os.O_CLOEXEC)) >= 0:
+    held.append(fd)
+error = ctypes.get_errno() if len(held) < 65536 else 0
+try:  # EMFILE while a descriptor can still be had: the user's limit was reached, not the process's
+    os.close(os.dup(1))
+    spare = True
+except OSError:
+    spare = False
+signal.signal(signal.SIGUSR1, lambda *_: [os.close(held.pop()) for _ in range(min(8, len(held)))])
+outcome = ("held" if error == errno.EMFILE and spare
+           else "beyond one process" if error in (0, errno.EMFILE) else "stopped")
+print(f"{outcome}: {os.strerror(error)}, {len(held)} taken, with a limit of",
+      resource.getrlimit(resource.RLIMIT_NOFILE)[0], "descriptors", flush=True)
+while True:
+    signal.pause()
+)";
+
+}  // namespace
+
+std::vector<std::string> asUser(uid_t user, const std::string &program, std::vector<std::string> arguments)
+{
+    const std::string id = std::to_string(user);
+    arguments.insert(arguments.begin(), {"--reuid=" + id, "--regid=" + id, "--clear-groups", "--", program});
+    return arguments;
+}
+
+InotifyInstancesHeld::InotifyInstancesHeld(uid_t user)
+    : _holder("/usr/bin/setpriv", asUser(user, "/usr/bin/python3", {"-c", kInotifyHolder}), true),
+      _outcome(_holder.readLine().value_or("the holder ended without a word"))
+{
+}
+
+void InotifyInstancesHeld::giveBackEight() { kill(_holder.pid(), SIGUSR1); }
+
+int inotifyInstances(pid_t pid)
+{
+    int count = 0;
+    std::error_code error;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error))
+        count += std::filesystem::read_symlink(entry.path(), error).string() == "anon_inode:inotify";
+    return count;
+}
+
 }  // namespace ymtest

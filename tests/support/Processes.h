@@ -48,6 +48,30 @@ std::string helperProgram(const std::string &name);
 // The path of one of the project's tools (ymsim, ymctl).
 std::string toolProgram(const std::string &name);
 
+// The arguments that have setpriv run the program as `user` (and its group of the same number, no
+// other groups). Needs root.
+std::vector<std::string> asUser(uid_t user, const std::string &program, std::vector<std::string> arguments);
+
+// A process of another user that takes every inotify instance that user may have, and gives back
+// eight each time it is asked. Needs root.
+class InotifyInstancesHeld {
+public:
+    explicit InotifyInstancesHeld(uid_t user);
+    // How taking them ended: "held: ..." when the user's limit was reached; "beyond one process:
+    // ..." when this machine cannot give the test that (skip); anything else is a failure.
+    const std::string &outcome() const { return _outcome; }
+    bool held() const { return _outcome.starts_with("held: "); }
+    // Gives eight instances back (asynchronously: the holder closes them when it gets the signal).
+    void giveBackEight();
+
+private:
+    ChildProcess _holder;
+    std::string _outcome;
+};
+
+// The inotify instances a process holds.
+int inotifyInstances(pid_t pid);
+
 // A meeting client for the tests: a bundle in $HOME/Applications, and a process running from it.
 class RunningClient {
 public:
