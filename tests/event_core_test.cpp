@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "3rdSDKIPC/ipc_socket/ySocketConnection.h"
 #include "3rdSDKIPC/ipc_socket/ySocketInbound.h"
 #include "support/FacadeFixture.h"
 #include "support/Processes.h"
@@ -76,6 +77,54 @@ TEST(Pressure, TextsWaitingBehindOthersReachASlowReaderAndAFullQueueHoldsItsSend
         EXPECT_EQ(n % kTexts, next[n / kTexts]++);
     close(peer);
     close(listening);
+}
+
+TEST(Pressure, AWriterWaitingForRoomGoesOnOnceThereIsRoomNotOnlyOnceTheQueueIsEmpty)
+{
+    // A connection whose queue is full; its peer takes 4 MiB a moment after a writer of 3 MiB began
+    // to wait, then waits for that writer: the writer goes on with the room, and nothing is lost.
+    struct Unheard : ySocketConnection::Owner {
+        void connectionRead(ySocketConnection &, long, std::string_view) override {}
+        void connectionReceived(ySocketConnection &, const std::string &) override {}
+        void connectionEnded(ySocketConnection &) override {}
+    };
+    auto owner = std::make_shared<Unheard>();
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const struct timeval readLimit = {30, 0};  // a queue given up sends no more: the peer's reads end
+    ASSERT_EQ(setsockopt(ends[1], SOL_SOCKET, SO_RCVTIMEO, &readLimit, sizeof readLimit), 0);
+    ymIOLoop::Use use;
+    std::shared_ptr<ySocketConnection> connection;
+    ASSERT_TRUE(ymIOLoop::shared().runAndWait([&] { connection = ySocketConnection::serve(ends[0], owner, "test"); },
+                                              std::chrono::seconds(10)));
+    ASSERT_NE(connection, nullptr);
+    const std::string mebibyte(1 << 20, 'm'), three(3 << 20, 't');
+    size_t accepted = 0;
+    while (connection->write(mebibyte, nullptr, false) != ySocketConnection::Written::failed)
+        accepted += mebibyte.size();
+    std::atomic<bool> written{false};
+    std::thread peer([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the writer waits by now
+        std::vector<char> buffer(1 << 20);
+        size_t received = 0;
+        auto take = [&](size_t bytes) {
+            while (received < bytes) {
+                ssize_t count = read(ends[1], buffer.data(), std::min(buffer.size(), bytes - received));
+                if (count <= 0)
+                    return;
+                received += static_cast<size_t>(count);
+            }
+        };
+        take(4 << 20);
+        eventually([&] { return written.load(); }, std::chrono::seconds(30));
+        take(accepted + three.size());
+        EXPECT_EQ(received, accepted + three.size());
+    });
+    EXPECT_EQ(connection->write(three), ySocketConnection::Written::queued);
+    written = true;
+    peer.join();
+    ymIOLoop::shared().runAndWait([&] { connection.reset(); }, std::chrono::seconds(10));
+    close(ends[1]);
 }
 
 TEST(Pressure, AFloodWaitsInTheSocketWhileNobodyDispatchesAndArrivesWholeAfterwards)

@@ -20,18 +20,14 @@ namespace {
 constexpr uid_t kUser = 65533;
 
 // The process acts as `user` while this lives; root stays its saved id, to come back to.
-class ActingAs {
-public:
-    explicit ActingAs(uid_t user) : _acting(setresgid(user, user, 0) == 0 && setresuid(user, user, 0) == 0) {}
+struct ActingAs {
+    explicit ActingAs(uid_t user) : acting(setresgid(user, user, 0) == 0 && setresuid(user, user, 0) == 0) {}
     ~ActingAs()
     {
         if (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0)
             std::abort();  // nothing after this could trust what it may do
     }
-    bool acting() const { return _acting; }
-
-private:
-    bool _acting;
+    const bool acting;
 };
 
 class ScarceInotify : public ::testing::Test {
@@ -55,7 +51,7 @@ protected:
 TEST_F(ScarceInotify, AFolderWatchLooksWithStatAndTakesInotifyOnceThereIsSome)
 {
     ActingAs user(kUser);
-    ASSERT_TRUE(user.acting());
+    ASSERT_TRUE(user.acting);
     const std::string watched = folder.path() + "/watched", later = folder.path() + "/later";
     ASSERT_TRUE(std::filesystem::create_directory(watched));
 
@@ -100,7 +96,7 @@ TEST_F(ScarceInotify, AFolderWatchLooksWithStatAndTakesInotifyOnceThereIsSome)
 TEST_F(ScarceInotify, ADirectoryWatchTellsFromItsLooksAndFromInotifyOnceThereIsSome)
 {
     ActingAs user(kUser);
-    ASSERT_TRUE(user.acting());
+    ASSERT_TRUE(user.acting);
     const std::string watched = folder.path() + "/watched";
     ASSERT_TRUE(std::filesystem::create_directory(watched));
     ymIOLoop::Use use;
