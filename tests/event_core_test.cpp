@@ -17,6 +17,7 @@
 
 #include "3rdSDKIPC/ipc_socket/ySocketConnection.h"
 #include "3rdSDKIPC/ipc_socket/ySocketInbound.h"
+#include "platform/ymIOLoop.h"
 #include "support/FacadeFixture.h"
 #include "support/Processes.h"
 #include "support/SocketPeer.h"
@@ -283,6 +284,36 @@ TEST(Pressure, AConnectionStopsReadingPastItsBudgetAndIsAskedOnceToReadAgainAtHa
     charges.pop_back();
     EXPECT_EQ(resumed, 1);  // once
     EXPECT_EQ(budget->pending(), 0u);
+}
+
+TEST(IOLoop, WhatAHandlerOrPostedWorkThrowsStaysThereSaidInTheLog)
+{
+    ymtest::CapturedStderr log;
+    ymIOLoop::Use use;
+    int pipeFds[2];
+    ASSERT_EQ(pipe2(pipeFds, O_CLOEXEC | O_NONBLOCK), 0);
+    std::atomic<int> reads{0};
+    std::unique_ptr<ymIOLoop::Descriptor> watch;
+    ymIOLoop::shared().runAndWait(
+        [&] {
+            watch = ymIOLoop::Descriptor::watch(pipeFds[0], [&](bool, bool, bool) {
+                char byte;
+                if (read(pipeFds[0], &byte, 1) == 1 && ++reads == 1)
+                    throw std::runtime_error("a handler's own fault");
+            });
+        },
+        std::chrono::seconds(10));
+    ASSERT_NE(watch, nullptr);
+    ymIOLoop::shared().post([] { throw std::runtime_error("the work's own fault"); });
+    for (int byte = 0; byte < 2; ++byte) {
+        ASSERT_EQ(write(pipeFds[1], "x", 1), 1);
+        EXPECT_TRUE(eventually([&] { return reads == byte + 1; }, std::chrono::seconds(30)));
+    }
+    EXPECT_NE(log.text().find("ymIOLoop: descriptor threw: a handler's own fault"), std::string::npos) << log.text();
+    EXPECT_NE(log.text().find("ymIOLoop: work threw: the work's own fault"), std::string::npos) << log.text();
+    ymIOLoop::shared().runAndWait([&] { watch.reset(); }, std::chrono::seconds(10));
+    close(pipeFds[0]);
+    close(pipeFds[1]);
 }
 
 TEST(MainLoop, ADispatchServesABoundedBatchAndAnswersHowManyRan)
