@@ -280,11 +280,6 @@ TEST_F(ClientState, ABusyHomeCostsNoLookAtTheClientButTheNameItStandsForDoes)
 // Another user (nobody), for the processes of the test below.
 constexpr uid_t kOtherUser = 65534;
 
-std::vector<std::string> asOtherUser(const std::string &program, std::vector<std::string> arguments)
-{
-    return ymtest::asUser(kOtherUser, program, std::move(arguments));
-}
-
 TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhenThereIsSome)
 {
     if (geteuid() != 0)
@@ -299,7 +294,7 @@ TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhe
 
     // A companion of that user: ymctl watch (its own end bounds the waits for its lines). It has no
     // inotify instance: none of its own, and none leaked from this process.
-    ymtest::ChildProcess watch("/usr/bin/setpriv", asOtherUser(ymtest::toolProgram("ymctl"), {"--json", "watch", "--seconds", "60"}));
+    ymtest::ChildProcess watch("/usr/bin/setpriv", ymtest::asUser(kOtherUser, ymtest::toolProgram("ymctl"), {"--json", "watch", "--seconds", "60"}));
     auto nextChange = [&] { return nlohmann::json::parse(watch.readLine().value_or("{}")).value("change", "(ended)"); };
     ASSERT_EQ(nextChange(), "now");
     EXPECT_EQ(ymtest::inotifyInstances(watch.pid()), 0);
@@ -307,10 +302,10 @@ TEST_F(ClientState, WithoutInotifyTheClientIsStillHeardAndInotifyIsTakenAgainWhe
     // can find the client.
     std::this_thread::sleep_for(std::chrono::seconds(2));
 
-    ymtest::ChildProcess install("/usr/bin/setpriv", asOtherUser(ymtest::toolProgram("ymsim"), {"install", "--version", "5.6.0"}));
+    ymtest::ChildProcess install("/usr/bin/setpriv", ymtest::asUser(kOtherUser, ymtest::toolProgram("ymsim"), {"install", "--version", "5.6.0"}));
     ASSERT_EQ(install.wait(), 0);
     auto client = std::make_unique<ymtest::ChildProcess>(
-        "/usr/bin/setpriv", asOtherUser(bundle() + "/Contents/MacOS/yumoapp", {"--quiet", "--seconds", "90"}));
+        "/usr/bin/setpriv", ymtest::asUser(kOtherUser, bundle() + "/Contents/MacOS/yumoapp", {"--quiet", "--seconds", "90"}));
     ASSERT_EQ(client->readLine(), "ready");
     // Installed (a look may come while the bundle is half written: then updated too), then started.
     std::vector<std::string> changes{nextChange()};
