@@ -46,10 +46,12 @@ TEST(CInterface, MemoryRunningOutGivesTheFailureAnswersAndNothingElse)
     const BOOL stateRead = ymGetClientState(&state);
     const BOOL packageSigned = ymCheckCodeSignForYumoPkg("/nowhere.pkg");
     ymCleanupAudioDevices();
+    const size_t cleanedUp = ymCleanupAudioDevicesAndCount();
     allocationsFail = false;
 
-    EXPECT_EQ(std::tie(features, available, registered, presence, errorText, noInstallPath, version, noLanguage, stateRead, packageSigned),
-              std::make_tuple(0, 0, NO, ymCommandStatusNoTransport, "", true, "", true, NO, NO));
+    EXPECT_EQ(std::tie(features, available, registered, presence, errorText, noInstallPath, version, noLanguage, stateRead, packageSigned,
+                       cleanedUp),
+              std::make_tuple(0, 0, NO, ymCommandStatusNoTransport, "", true, "", true, NO, NO, 0u));
 
     // With memory again, the same calls are answered: nothing was left half made.
     EXPECT_STREQ(ymGetErrorText(), "0:Error YumoClientNotInstall");

@@ -194,6 +194,33 @@ TEST_F(Stderr, StaysWhereItWasWhenTheLogCannotBeOpened)
     EXPECT_NE(captured.text().find("still on the old stream"), std::string::npos);
 }
 
+TEST_F(Stderr, ALogThatCannotBeEmptiedInPlaceIsDeletedAndMadeAfresh)
+{
+    ymLogHelper::redirectNSLog(NO);  // makes the container
+    // A link at the log's path: the file it names is not the log's and stays as it was.
+    std::string elsewhere = home.path() + "/someone-elses-file";
+    ymtest::writeFile(elsewhere, "not a log");
+    ASSERT_EQ(unlink(logPath().c_str()), 0);
+    ASSERT_EQ(symlink(elsewhere.c_str(), logPath().c_str()), 0);
+    ymLogHelper::redirectNSLog(YES);
+    YM_LOG("%s", "after the link");
+    struct stat status;
+    ASSERT_EQ(lstat(logPath().c_str(), &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_NE(ymtest::readFile(logPath()).find("after the link"), std::string::npos);
+    EXPECT_EQ(ymtest::readFile(elsewhere), "not a log");
+
+    // A folder at the log's path, with something in it.
+    ASSERT_EQ(unlink(logPath().c_str()), 0);
+    ASSERT_EQ(mkdir(logPath().c_str(), 0700), 0);
+    ymtest::writeFile(logPath() + "/inside", "x");
+    ymLogHelper::redirectNSLog(YES);
+    YM_LOG("%s", "after the folder");
+    ASSERT_EQ(lstat(logPath().c_str(), &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_NE(ymtest::readFile(logPath()).find("after the folder"), std::string::npos);
+}
+
 // A child process forked from this one, which runs `body` and exits with what it answers.
 pid_t forked(const std::function<int()> &body)
 {

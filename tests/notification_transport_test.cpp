@@ -1,8 +1,10 @@
 // The notification transport between processes on one session bus. The test command starts a
 // private bus when none runs; without one these tests are skipped, never passed silently.
+#include <YumoClientSdk/ymCommandStatus.h>
 #include <YumoClientSdk/ymIPCMsgDefine.h>
 #include <YumoClientSdk/ymIPCMsgMgr.h>
 #include <YumoClientSdk/ymSdkImplement.h>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -11,6 +13,7 @@
 #include <unistd.h>
 
 #include "platform/ymNotificationCenter.h"
+#include "sdk/ymNotificationTransport.h"
 #include "support/FacadeFixture.h"
 #include "support/Processes.h"
 #include "support/TestSupport.h"
@@ -134,19 +137,29 @@ TEST_F(NotificationTransport, TheChildOfAForkConnectsAfresh)
     EXPECT_EQ(heard, (std::vector<std::string>{"child", "parent"}));
 }
 
-TEST(NotificationTransportOnAStoppedBus, CallsReturnAndTheBusServesOnceItGoesOn)
-{
-    if (access("/usr/bin/dbus-daemon", X_OK) != 0)
-        GTEST_SKIP() << "no /usr/bin/dbus-daemon";
-    // A bus of the test's own, and a meeting client older than 5.6 observing on it; then the bus
-    // stops before this process has used it.
+// A session bus of the test's own, made this process's bus before the process has used one.
+class NotificationTransportOnAStoppedBus : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (access("/usr/bin/dbus-daemon", X_OK) != 0)
+            GTEST_SKIP() << "no /usr/bin/dbus-daemon";
+        const std::string address = "unix:path=" + home.path() + "/bus";
+        daemon = std::make_unique<ymtest::ChildProcess>(
+            "/usr/bin/dbus-daemon", std::vector<std::string>{"--session", "--nofork", "--address=" + address, "--print-address=1"});
+        ASSERT_TRUE(daemon->readLine());  // printed once it listens
+        setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    }
     ymtest::TemporaryHome home;
-    const std::string address = "unix:path=" + home.path() + "/bus";
-    ymtest::ChildProcess daemon("/usr/bin/dbus-daemon", {"--session", "--nofork", "--address=" + address, "--print-address=1"});
-    ASSERT_TRUE(daemon.readLine());  // printed once it listens
-    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    std::unique_ptr<ymtest::ChildProcess> daemon;
+};
+
+TEST_F(NotificationTransportOnAStoppedBus, CallsReturnAndTheBusServesOnceItGoesOn)
+{
+    // A meeting client older than 5.6 observing on the bus; then the bus stops before this
+    // process has used it.
     ymtest::RunningClient client = ymtest::RunningClient::simulator("5.5.0");
-    ASSERT_EQ(kill(daemon.pid(), SIGSTOP), 0);
+    ASSERT_EQ(kill(daemon->pid(), SIGSTOP), 0);
 
     // The first post, the first observations and the calls after them return.
     ymNotificationCenter &center = ymNotificationCenter::defaultCenter();
@@ -161,7 +174,7 @@ TEST(NotificationTransportOnAStoppedBus, CallsReturnAndTheBusServesOnceItGoesOn)
 
     // Once the bus goes on, the centre connects again, the manager's observations with it: a
     // request reaches the client, and its answer the manager.
-    ASSERT_EQ(kill(daemon.pid(), SIGCONT), 0);
+    ASSERT_EQ(kill(daemon->pid(), SIGCONT), 0);
     ASSERT_TRUE(ymtest::eventually([&] { return center.isConnected(); }));
     (*manager)->sendIPCMessageToYumoClient(kPresenceRequest);
     EXPECT_EQ(client.process().readLine(), "received notification client: " + kPresenceRequest);  // the lost one never came
@@ -170,13 +183,44 @@ TEST(NotificationTransportOnAStoppedBus, CallsReturnAndTheBusServesOnceItGoesOn)
 
     // Stopped again while connected: calls return, and what was posted meanwhile goes out once
     // the bus goes on.
-    ASSERT_EQ(kill(daemon.pid(), SIGSTOP), 0);
+    ASSERT_EQ(kill(daemon->pid(), SIGSTOP), 0);
     ASSERT_TRUE(returns([&center] { center.addObserver("WhileStopped", [](const std::string &, const UserInfo &) {}); }));
     const std::string second = R"({"commandId":1,"from":1,"version":"1.0.0","data":"again"})";
     ASSERT_TRUE(returns([manager, second] { (*manager)->sendIPCMessageToYumoClient(second); }));
-    ASSERT_EQ(kill(daemon.pid(), SIGCONT), 0);
+    ASSERT_EQ(kill(daemon->pid(), SIGCONT), 0);
     EXPECT_EQ(client.process().readLine(), "received notification client: " + second);
     ASSERT_TRUE(ymtest::runMainLoopUntil([&] { return receiver->messages.size() == 2; }));
+}
+
+TEST_F(NotificationTransportOnAStoppedBus, SendsThatMakeTheManagerAtOnceShareOne)
+{
+    // The bus stopped: the first send to make the manager waits for the handshake's bound, long
+    // enough for the other sends to come while it is made.
+    ASSERT_EQ(kill(daemon->pid(), SIGSTOP), 0);
+
+    auto receiver = std::make_shared<Receiver>();
+    auto transport = std::make_shared<ymNotificationTransport>();
+    transport->open(receiver, false);
+    constexpr int kSenders = 4;
+    auto answers = std::make_shared<std::array<std::atomic<int32_t>, kSenders>>();
+    auto made = std::make_shared<std::array<std::shared_ptr<ymIPCMsgMgr>, kSenders>>();
+    ASSERT_TRUE(returns([transport, answers, made] {
+        std::vector<std::thread> senders;
+        for (int i = 0; i < kSenders; ++i)
+            senders.emplace_back([transport, answers, made, i] {
+                (*answers)[i] = transport->send(ymTransport::Peer::meetingClient, kPresenceRequest);
+                (*made)[i] = transport->manager();
+            });
+        for (std::thread &sender : senders)
+            sender.join();
+    }));
+    for (int i = 0; i < kSenders; ++i) {
+        EXPECT_EQ((*answers)[i].load(), ymCommandStatusSent) << i;
+        EXPECT_TRUE((*made)[i] && (*made)[i] == (*made)[0]) << i;
+    }
+    ASSERT_EQ(kill(daemon->pid(), SIGCONT), 0);
+    transport->close();
+    EXPECT_FALSE(transport->manager());
 }
 
 TEST(NotificationTransportWithoutBus, PostsAreDroppedAndNothingFails)

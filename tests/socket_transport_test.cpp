@@ -7,14 +7,19 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <future>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 #include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
+#include "platform/ymIOLoop.h"
 #include "support/SocketPeer.h"
 #include "support/TestSupport.h"
 
@@ -308,6 +313,33 @@ TEST_F(SocketTransport, PathLengthIsCountedInUtf16Units)
     EXPECT_FALSE(ymtest::isSocketFile(wide));
 }
 
+TEST_F(SocketTransport, AServerWhoseIOThreadIsHeldPastTheWaitAnswersNoAndListensNowhere)
+{
+    ymtest::CapturedStderr log;
+    ymIOLoop::Use use;
+    ASSERT_TRUE(use.running());
+    // The I/O thread busy for longer than a start waits for it.
+    auto released = std::make_shared<std::promise<void>>();
+    std::shared_future<void> release = released->get_future().share();
+    ASSERT_TRUE(ymIOLoop::shared().post([release] { release.wait_for(std::chrono::seconds(60)); }));
+    auto server = startServer(path, serverSide, false);
+    released->set_value();
+    EXPECT_NE(log.text().find("-[ySocketServerImpl_SDK start]: listen error!"), std::string::npos);
+    ASSERT_TRUE(ymIOLoop::shared().runAndWait([] {}, std::chrono::seconds(10)));  // the start's own work has run
+    int stray = ymtest::connectTo(path);
+    EXPECT_LT(stray, 0);
+    if (stray >= 0)
+        close(stray);
+
+    // Once the thread is free, the same server starts.
+    EXPECT_TRUE(server->start());
+    int peer = ymtest::connectTo(path);
+    ASSERT_GE(peer, 0);
+    ASSERT_TRUE(ymtest::writeText(peer, message(1)));
+    EXPECT_TRUE(eventually([&] { return serverSide->count() == 1; }));
+    close(peer);
+}
+
 TEST_F(SocketTransport, ClientConnectsAgainByItselfWhenItsPeerComesBack)
 {
     ymtest::CapturedStderr log;
@@ -357,6 +389,54 @@ TEST_F(SocketTransport, PeerThatListensAMomentAfterItsSocketAppearsIsReachedQuic
     ASSERT_TRUE(eventually([&] { return clientSide->count() == 1; }));
     close(peer);
     close(listening);
+}
+
+TEST_F(SocketTransport, ASocketRightUnderTheRootIsWatchedForThere)
+{
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "ThreadSanitizer does not let a child of a threaded process start threads";
+#endif
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root may change the root folder";
+    // The same as above, with the socket at "/s.test": in a child whose root is the test's folder,
+    // with /proc there as on any system (inotify is given a folder through it).
+    ymtest::CapturedStderr log;
+    int logFile = open(log.path().c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(logFile, 0);
+    constexpr int kNoRootOfItsOwn = 2;
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const std::string proc = folder.path() + "/proc";
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mkdir(proc.c_str(), 0555) != 0 || mount("/proc", proc.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0 ||
+            chroot(folder.path().c_str()) != 0 || chdir("/") != 0)
+            _exit(kNoRootOfItsOwn);
+        auto refusals = [logFile] {
+            std::string text(1 << 16, '\0');
+            ssize_t length = pread(logFile, text.data(), text.size(), 0);
+            return ymtest::countLinesContaining(text.substr(0, length > 0 ? length : 0),
+                                                "-[ySocketClientImpl_SDK connect]: connect error");
+        };
+        close(ymtest::listenOn("/s.test"));
+        auto recorder = std::make_shared<Recorder>();
+        auto client = makeClient("/s.test", recorder);
+        client->connect();
+        if (!eventually([&] { return refusals() == 9; }, std::chrono::seconds(30)))
+            _exit(3);
+        int listening = ymtest::bindOn("/s.test");
+        if (listening < 0 || !eventually([&] { return refusals() >= 10; }, std::chrono::seconds(30)))
+            _exit(4);  // the socket's appearance was not seen
+        listen(listening, 4);
+        int peer = ymtest::acceptOne(listening);
+        _exit(peer >= 0 && ymtest::writeText(peer, message(1)) && eventually([&] { return recorder->count() == 1; }) ? 0 : 5);
+    }
+    close(logFile);
+    int status = -1;
+    ASSERT_TRUE(eventually([&] { return waitpid(child, &status, WNOHANG) == child; }, std::chrono::seconds(120)));
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNoRootOfItsOwn)
+        GTEST_SKIP() << "no mount namespace or chroot here";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
 }
 
 TEST_F(SocketTransport, ServerOutOfDescriptorsAcceptsAgainOnceSomeAreFree)
