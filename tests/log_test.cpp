@@ -3,7 +3,9 @@
 // shared by several processes which cut it, while no write of the log ends a process.
 #include <YumoClientSdk/CMD.h>
 #include <YumoClientSdk/ymLogHelper.h>
+#include <climits>
 #include <csignal>
+#include <cstdint>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
@@ -18,8 +20,10 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include "foundation/ymLog.h"
+#include "platform/ymLogFormat.h"
 #include "platform/ymNSLog.h"
 #include "support/TestSupport.h"
 
@@ -59,6 +63,53 @@ TEST(LogLine, CarriesTheCallersFileAndLineAndStaysWhole)
     // Every line has the prefix: none was cut into another.
     EXPECT_EQ(ymtest::countLinesContaining(text, "log_test.cpp("), ymtest::countLinesContaining(text, ""));
     EXPECT_EQ(ymtest::countLinesContaining(text, big), 20);
+}
+
+// The log's formatter, as ymLogFormat(out, room, format, ...).
+int formatted(char *out, size_t room, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    int length = ymLogFormat(out, room, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+// The formatter writes what snprintf writes, and answers the same length, into any room.
+template <typename... Arguments>
+void expectAsPrintf(const char *format, Arguments... arguments)
+{
+    for (size_t room : {0, 1, 2, 7, 4096}) {
+        std::vector<char> ours(room + 1, '#'), theirs(room + 1, '#');
+        EXPECT_EQ(formatted(ours.data(), room, format, arguments...), snprintf(theirs.data(), room, format, arguments...))
+            << format << " in " << room;
+        EXPECT_EQ(std::string(ours.begin(), ours.end()), std::string(theirs.begin(), theirs.end())) << format << " in " << room;
+    }
+}
+
+TEST(LogLine, TheFormatterWritesWhatPrintfWritesAndLeavesTheRestToIt)
+{
+    const char unterminated[3] = {'a', 'b', 'c'};
+    const char *volatile nothing = nullptr;  // not known to the compiler, which would warn of it
+    const char *none = nothing;
+    expectAsPrintf("plain text, 100%% of it");
+    expectAsPrintf("%s|%s|%s", "", "text", none);
+    expectAsPrintf("%.*s|%.*s|%.*s|%.*s", 0, "abc", 2, unterminated, 9, "abc", -1, "abc");
+    expectAsPrintf("%.*s|%.*s|%.3s|%.s", 5, none, 6, none, "abcdef", "abc");
+    expectAsPrintf("%d %d %d %i %d", INT_MIN, INT_MAX, 0, -1, 7);
+    expectAsPrintf("%ld %ld %lld %lld", LONG_MIN, LONG_MAX, LLONG_MIN, LLONG_MAX);
+    expectAsPrintf("%u %lu %llu %zu %zu %zd", UINT_MAX, ULONG_MAX, ULLONG_MAX, SIZE_MAX, size_t{0}, ssize_t{-5});
+    expectAsPrintf("%x %lx %zx %c%c", 0xdeadbeefu, 0xfedcba9876543210ul, size_t{255}, 'A', '\n');
+    expectAsPrintf("%s:#### [%d]: [r%ld-b%ld]", "-[ySocketClientImpl_SDK connect]", 7, 105L, 104L);
+
+    // Flags, widths, precisions of numbers and other conversions are vsnprintf's, through the
+    // same line.
+    char out[64];
+    for (const char *other : {"%5d", "%-d", "%05d", "%+d", "%.3d", "%hd", "%p", "%f", "%5s", "%.2c", "a lone %"})
+        EXPECT_EQ(formatted(out, sizeof out, other, 1), -1) << other;
+    ymtest::CapturedStderr captured;
+    YM_LOG("%s %5.2f|%-4d|%p", "left to printf:", 2.5, 7, static_cast<void *>(nullptr));
+    EXPECT_NE(captured.text().find("left to printf:  2.50|7   |(nil)\n"), std::string::npos);
 }
 
 // A hundred lines of about 1 KB each, numbered: more than `limit` bytes in all.

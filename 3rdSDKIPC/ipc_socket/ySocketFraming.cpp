@@ -1,5 +1,6 @@
 #include "3rdSDKIPC/ipc_socket/ySocketFraming.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "foundation/ymTextRules.h"
@@ -10,6 +11,20 @@ namespace {
 bool isBlank(unsigned char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 bool isDigit(unsigned char c) { return c >= '0' && c <= '9'; }
 bool isHexDigit(unsigned char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+// How many bytes from `at` on a string takes as they are: printable ASCII but its quote and
+// backslash. Most of a message is such runs.
+size_t plainRun(std::string_view bytes, size_t at)
+{
+    size_t end = at;
+    while (end < bytes.size()) {
+        unsigned char c = static_cast<unsigned char>(bytes[end]);
+        if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\')
+            break;
+        ++end;
+    }
+    return end - at;
+}
 
 }  // namespace
 
@@ -43,6 +58,18 @@ void Splitter::feed(std::string_view bytes, Receiver &receiver)
             if (begin == std::string_view::npos)
                 return;
             at = begin;
+        } else if (_state == State::string) {
+            // Inside a string, a run of plain bytes changes nothing but the text: taken at once,
+            // up to the size limit (the byte that reaches it is take()'s).
+            size_t run = plainRun(bytes, at);
+            if (!_discarding)
+                run = std::min(run, kMaximumMessageSize - _text.size());
+            if (run > 0) {
+                if (!_discarding)
+                    _text.append(bytes.data() + at, run);
+                at += run;
+                continue;
+            }
         }
         take(static_cast<unsigned char>(bytes[at++]), receiver);
     }

@@ -1,6 +1,7 @@
 #include "platform/ymNSLog.h"
 
 #include "platform/ymFork.h"
+#include "platform/ymLogFormat.h"
 #include "platform/ymMutex.h"
 #include "platform/ymThreadLocal.h"
 
@@ -237,6 +238,22 @@ char *writeHead(char *buffer, const char *limit, const char *fileName, int line,
     return append(cursor, limit, ") ", 2);
 }
 
+// The message into `out`, as vsnprintf would write it; the formatter of log lines where it knows
+// the format.
+int formatBody(char *out, size_t room, const char *format, va_list arguments)
+{
+    va_list copy;
+    va_copy(copy, arguments);
+    int length = ymLogFormat(out, room, format, copy);
+    va_end(copy);
+    if (length >= 0)
+        return length;
+    va_copy(copy, arguments);
+    length = vsnprintf(out, room, format, copy);
+    va_end(copy);
+    return length;
+}
+
 }  // namespace
 
 void ymNSLogLineV(const char *fileName, int line, const char *format, va_list arguments)
@@ -255,10 +272,7 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
         return;
     size_t headLength = static_cast<size_t>(headEnd - buffer.data());
 
-    va_list copy;
-    va_copy(copy, arguments);
-    int bodyLength = vsnprintf(headEnd, buffer.size() - headLength, format, copy);
-    va_end(copy);
+    int bodyLength = formatBody(headEnd, buffer.size() - headLength, format, arguments);
     if (bodyLength < 0)
         return;
     size_t total = headLength + static_cast<size_t>(bodyLength);
@@ -266,7 +280,7 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
         std::vector<char> larger(total + 2);
         std::memcpy(larger.data(), buffer.data(), headLength);
         buffer.swap(larger);
-        vsnprintf(buffer.data() + headLength, static_cast<size_t>(bodyLength) + 1, format, arguments);
+        formatBody(buffer.data() + headLength, static_cast<size_t>(bodyLength) + 1, format, arguments);
     }
     char *text = buffer.data();
     if (total == 0 || text[total - 1] != '\n')

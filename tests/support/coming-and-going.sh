@@ -15,12 +15,13 @@ trap 'kill "$simulator" "$companion" 2>/dev/null || true; rm -rf "$home"' EXIT I
 export HOME="$home"
 out="$home/companion.out"
 
-# Waits (at most 10 s) for the companion's output to hold a line starting with $1.
+# Waits (at most 30 s: a bound against a hang on a busy machine, not a measure) for the
+# companion's output to hold a line starting with $1.
 expect() {
     tries=0
     until grep -q "^$1" "$out"; do
         tries=$((tries + 1))
-        if [ "$tries" -gt 100 ]; then
+        if [ "$tries" -gt 300 ]; then
             echo "coming-and-going: no \"$1\" line from the companion; it printed:" >&2
             cat "$out" >&2
             exit 1
