@@ -68,8 +68,9 @@ int32_t YMSocketIPCChannel_SDK::Impl::onMessageRecieved(const std::string &messa
         return 0;
     // The delivery pays for its bytes until it has run: a connection whose deliveries wait beyond
     // its bound stops reading until the companion catches up.
+    // Copied once, into the form the receiver takes.
     std::weak_ptr<Impl> weak = weak_from_this();
-    ymMainLoop::shared().post([weak, message, charge = ySocketInbound::charge(message.size())] {
+    ymMainLoop::shared().post([weak, message = std::optional<std::string>(message), charge = ySocketInbound::charge(message.size())] {
         std::shared_ptr<Impl> self = weak.lock();
         if (!self)
             return;

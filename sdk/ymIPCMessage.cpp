@@ -5,6 +5,7 @@
 #include <cstring>
 #include <cstdio>
 
+#include "foundation/ymJSONIndex.h"
 #include "foundation/ymLog.h"
 #include "foundation/ymTextRules.h"
 
@@ -84,6 +85,65 @@ void appendEscaped(std::string &out, std::string_view text)
     }
 }
 
+// A result's text, "code:text": read only when it splits into exactly two parts.
+ResultReading resultOf(const std::string &text)
+{
+    ResultReading reading;
+    std::vector<std::string> parts = ymText::componentsSeparatedBy(text, ":");
+    if (parts.size() != 2)
+        return reading;
+    reading.error = !ymText::boolValue(parts[0]);
+    reading.code = ymText::intValue(parts[0]);
+    reading.text = std::move(parts[1]);
+    return reading;
+}
+
+// An indexed value as a number of T, read as the parsed value is read (ymText::intValueOf): a
+// number's integer bits cast, a string's leading integer, true 1; 0 for anything else or no value.
+// Nothing for a number a parser keeps as a real.
+template <typename T>
+std::optional<T> numberOf(const ymJSONIndex::Member *value)
+{
+    if (!value)
+        return T(0);
+    switch (value->kind) {
+    case ymJSONIndex::Kind::number:
+        if (std::optional<int64_t> bits = ymJSONIntegerBits(value->value))
+            return static_cast<T>(*bits);
+        return std::nullopt;
+    case ymJSONIndex::Kind::string:
+        return sizeof(T) == sizeof(int32_t) ? static_cast<T>(ymText::intValue(value->value)) : static_cast<T>(ymText::integerValue(value->value));
+    case ymJSONIndex::Kind::literalTrue:
+        return T(1);
+    default:
+        return T(0);
+    }
+}
+
+// The values of "PresenceStatus" and "AudioCmd" in the last element of the "data" array that has
+// each (its text is the message's); nothing when none. False when an element cannot be indexed.
+bool lastInData(const ymJSONIndex &message, std::optional<ymJSONIndex::Member> &presence, std::optional<ymJSONIndex::Member> &audio)
+{
+    const ymJSONIndex::Member *data = message.find("data");
+    if (!data || data->kind != ymJSONIndex::Kind::array)
+        return true;
+    std::optional<ymJSONIndex> elements = ymJSONIndex::ofArray(data->value);
+    if (!elements)
+        return false;
+    for (const ymJSONIndex::Member &element : *elements) {
+        if (element.kind != ymJSONIndex::Kind::object)
+            continue;
+        std::optional<ymJSONIndex> object = ymJSONIndex::ofObject(element.value);
+        if (!object)
+            return false;
+        if (const ymJSONIndex::Member *value = object->find("PresenceStatus"))
+            presence = *value;
+        if (const ymJSONIndex::Member *value = object->find("AudioCmd"))
+            audio = *value;
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string presenceRequest(const char *version)
@@ -126,17 +186,10 @@ int32_t commandId(const nlohmann::json &message)
 
 ResultReading result(const nlohmann::json &message)
 {
-    ResultReading reading;
     const nlohmann::json *value = member(message, "result");
     if (!value || !value->is_string())
-        return reading;
-    std::vector<std::string> parts = ymText::componentsSeparatedBy(value->get_ref<const std::string &>(), ":");
-    if (parts.size() != 2)
-        return reading;
-    reading.error = !ymText::boolValue(parts[0]);
-    reading.code = ymText::intValue(parts[0]);
-    reading.text = std::move(parts[1]);
-    return reading;
+        return ResultReading();
+    return resultOf(value->get_ref<const std::string &>());
 }
 
 int32_t presenceStatus(const nlohmann::json &message)
@@ -167,6 +220,51 @@ std::optional<std::string> deviceIndex(const nlohmann::json &message)
     if (!value->is_string())
         return std::nullopt;
     return value->get<std::string>();
+}
+
+Reading read(const nlohmann::json &message)
+{
+    Reading reading;
+    reading.commandId = commandId(message);
+    reading.result = result(message);
+    reading.presenceStatus = presenceStatus(message);
+    reading.audioCmd = audioCmd(message);
+    reading.deviceName = deviceName(message);
+    reading.deviceIndex = deviceIndex(message);
+    return reading;
+}
+
+std::optional<Reading> read(std::string_view text)
+{
+    std::optional<ymJSONIndex> message = ymJSONIndex::ofObject(text);
+    if (!message)
+        return std::nullopt;
+    Reading reading;
+    std::optional<int64_t> command = numberOf<int64_t>(message->find("commandId"));
+    if (!command)
+        return std::nullopt;
+    reading.commandId = static_cast<int32_t>(*command);
+    const ymJSONIndex::Member *result = message->find("result");
+    if (result && result->kind == ymJSONIndex::Kind::string)
+        reading.result = resultOf(std::string(result->value));
+    std::optional<ymJSONIndex::Member> presence, audio;
+    if (!lastInData(*message, presence, audio))
+        return std::nullopt;
+    std::optional<int32_t> presenceStatus = numberOf<int32_t>(presence ? &*presence : nullptr);
+    std::optional<int32_t> audioCmd = numberOf<int32_t>(audio ? &*audio : nullptr);
+    if (!presenceStatus || !audioCmd)
+        return std::nullopt;
+    reading.presenceStatus = *presenceStatus;
+    reading.audioCmd = *audioCmd;
+    const ymJSONIndex::Member *name = message->find("deviceName");
+    if (name && name->kind == ymJSONIndex::Kind::string)
+        reading.deviceName = std::string(name->value);
+    const ymJSONIndex::Member *index = message->find("deviceIndex");
+    if (!index)
+        reading.deviceIndex = std::string("0");
+    else if (index->kind == ymJSONIndex::Kind::string)
+        reading.deviceIndex = std::string(index->value);
+    return reading;
 }
 
 }  // namespace ymIPCMessage

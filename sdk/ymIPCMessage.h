@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace ymIPCMessage {
 
@@ -52,5 +53,21 @@ std::optional<std::string> deviceName(const nlohmann::json &message);
 
 // "deviceIndex"; "0" when the key is absent, missing when it holds something other than a string.
 std::optional<std::string> deviceIndex(const nlohmann::json &message);
+
+// All of the above at once, as the facade reads a message it receives.
+struct Reading {
+    int32_t commandId = 0;
+    ResultReading result;
+    int32_t presenceStatus = 0;
+    int32_t audioCmd = 0;
+    std::optional<std::string> deviceName;
+    std::optional<std::string> deviceIndex;
+};
+Reading read(const nlohmann::json &message);
+
+// The same from the message's text, without parsing it into values: the same readings, or
+// nothing when the text is not plainly a JSON object (an escape in one of its strings, a key given
+// twice, a number kept as a real, or not JSON at all). The text is then parsed.
+std::optional<Reading> read(std::string_view text);
 
 }  // namespace ymIPCMessage

@@ -246,16 +246,20 @@ int32_t ymSdkImplement::onMessageRecieved(const std::optional<std::string> &mess
     YM_LOG("%s: message=%s", "-[ymSdkImplement onMessageRecieved:]", ymlog::describe(message));
     if (!message)
         return -1;
-    std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(message);
-    if (!parsed)
-        return -1;
+    // A plain message is read from its text; any other is parsed first.
+    std::optional<ymIPCMessage::Reading> reading = ymIPCMessage::read(std::string_view(*message));
+    if (!reading) {
+        std::optional<nlohmann::json> parsed = yStringUtils::toArrayOrNSDictionary(message);
+        if (!parsed)
+            return -1;
+        reading = ymIPCMessage::read(*parsed);
+    }
 
-    int32_t commandId = ymIPCMessage::commandId(*parsed);
-    if (commandId == ymIPCMessage::kCommandAudio) {
+    if (reading->commandId == ymIPCMessage::kCommandAudio) {
         YMAudioInfo_s audioInfo;
-        audioInfo.audioCmd = ymIPCMessage::audioCmd(*parsed);
-        audioInfo.audioDevice.deviceName = ymIPCMessage::deviceName(*parsed);
-        audioInfo.audioDevice.deviceIndex = ymIPCMessage::deviceIndex(*parsed);
+        audioInfo.audioCmd = reading->audioCmd;
+        audioInfo.audioDevice.deviceName = std::move(reading->deviceName);
+        audioInfo.audioDevice.deviceIndex = std::move(reading->deviceIndex);
         // The delegate is weak: it is looked up afresh before each step, and one replaced
         // meanwhile is not called.
         if (_impl->delegate.expired())
@@ -263,13 +267,12 @@ int32_t ymSdkImplement::onMessageRecieved(const std::optional<std::string> &mess
         if (!isRegisteredDevice(audioInfo.audioDevice.deviceName, audioInfo.audioDevice.deviceIndex))
             return 0;
         _impl->delegate.call([&](ymSdkDelegate &receiver) { receiver.ymSdkAudioInfo(audioInfo); });
-    } else if (commandId == ymIPCMessage::kCommandPresenceStatus) {
-        ymIPCMessage::ResultReading result = ymIPCMessage::result(*parsed);
+    } else if (reading->commandId == ymIPCMessage::kCommandPresenceStatus) {
         YMPresenceStatus_s status;
-        status.error = result.error ? YES : NO;
-        status.code = result.code;
-        status.text = result.text;
-        status.presenceStatus = ymIPCMessage::presenceStatus(*parsed);
+        status.error = reading->result.error ? YES : NO;
+        status.code = reading->result.code;
+        status.text = std::move(reading->result.text);
+        status.presenceStatus = reading->presenceStatus;
         _impl->delegate.call([&](ymSdkDelegate &receiver) { receiver.ymSdkIMPresenceStatus(status); });
     }
     return 0;

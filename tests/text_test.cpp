@@ -95,6 +95,59 @@ TEST(Envelope, InboundFieldsAndResultFollowTheReadingRules)
     EXPECT_FALSE(ymIPCMessage::deviceName(parsed(R"({"deviceIndex":"3"})")).has_value());
 }
 
+// Every field of a reading as one text: one comparison checks them all.
+std::string fields(const ymIPCMessage::Reading &reading)
+{
+    auto optional = [](const std::optional<std::string> &text) { return text ? "\"" + *text + "\"" : std::string("none"); };
+    return std::to_string(reading.commandId) + " " + std::to_string(reading.result.error) + " " + std::to_string(reading.result.code) + " " +
+           optional(reading.result.text) + " " + std::to_string(reading.presenceStatus) + " " + std::to_string(reading.audioCmd) + " " +
+           optional(reading.deviceName) + " " + optional(reading.deviceIndex);
+}
+
+TEST(Envelope, APlainMessageReadFromItsTextReadsAsParsedAndAnyOtherIsParsed)
+{
+    const char *const plain[] = {
+        R"({"commandId":2,"data":[{"AudioCmd":5}],"deviceIndex":"1","deviceName":"Headset","from":2,"version":"1.0.0"})",
+        R"({"commandId":1,"from":2,"version":"1.0.0","result":"1:OK","data":[{"PresenceStatus":3}]})",
+        " \t\r\n{ \"commandId\" : \" 1\" , \"result\" : \"a:b:c\" , \"data\" : [ 7 , { \"x\" : { \"y\" : [ null , true ] } } ,"
+        " { \"PresenceStatus\" : \"4\" } ] } \n",
+        R"({"commandId":4294967297,"data":[{"AudioCmd":true},{"AudioCmd":"-3x"}],"deviceIndex":3,"deviceName":"Casque é 🎧"})",
+        R"({"commandId":18446744073709551615,"data":[{"AudioCmd":-9223372036854775808}],"deviceName":null})",
+        R"({"commandId":-0,"data":{"AudioCmd":5},"result":"00:","deviceIndex":""})",
+        R"({"commandId":null,"n":[-1,0,false],"deviceName":["x"]})",
+        R"({})",
+    };
+    for (const char *text : plain) {
+        std::optional<ymIPCMessage::Reading> reading = ymIPCMessage::read(std::string_view(text));
+        ASSERT_TRUE(reading.has_value()) << text;
+        EXPECT_EQ(fields(*reading), fields(ymIPCMessage::read(parsed(text)))) << text;
+    }
+    EXPECT_EQ(fields(*ymIPCMessage::read(std::string_view(plain[0]))), "2 0 0 none 0 5 \"Headset\" \"1\"");
+
+    // Parsed instead: an escape, a key given twice, a needed number kept as a real, something
+    // other than an object, too many members or too deep a nesting; and texts that are not JSON.
+    std::string many = "{";
+    for (int i = 0; i < 17; ++i)
+        many += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":" + std::to_string(i);
+    many += "}";
+    const std::string deep = R"({"commandId":1,"x":)" + std::string(40, '[') + std::string(40, ']') + "}";
+    const std::string parsedInstead[] = {
+        R"({"commandId":2,"deviceName":"Head\"set"})", R"({"commandId":1,"commandId":2})", R"({"commandId":2,"data":[{"AudioCmd":6.9}]})",
+        R"({"commandId":18446744073709551616})", R"({"commandId":-9223372036854775809})", R"({"data":[{"AudioCmd":1,"AudioCmd":2}]})",
+        "[1]", "5", many, deep, "\xef\xbb\xbf{\"commandId\":1}", R"({"n":[-1.5e+3,0.25,1E-2]})",
+    };
+    for (const std::string &text : parsedInstead) {
+        EXPECT_FALSE(ymIPCMessage::read(std::string_view(text)).has_value()) << text;
+        EXPECT_TRUE(yStringUtils::toArrayOrNSDictionary(text).has_value()) << text;
+    }
+    const std::string notJSON[] = {R"({"a":1e607})", R"({"a":01})", R"({"a":1,})", R"({"a":1} x)", "{\"a\":\"\x01\"}", "{\"a\":\"\xc3(\"}",
+                                   "{\"a\":\"\xed\xa0\x80\"}", R"({"a":-})", R"({"a":1.})", R"({"a":tru})", R"({"a" 1})", R"({"a":1)"};
+    for (const std::string &text : notJSON) {
+        EXPECT_FALSE(ymIPCMessage::read(std::string_view(text)).has_value()) << text;
+        EXPECT_FALSE(yStringUtils::toArrayOrNSDictionary(text).has_value()) << text;
+    }
+}
+
 TEST(StringUtils, ReadingAndWritingTellNilFromEmpty)
 {
     EXPECT_TRUE(yStringUtils::isNullString(std::nullopt));
