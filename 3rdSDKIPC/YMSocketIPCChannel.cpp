@@ -75,8 +75,10 @@ int32_t YMSocketIPCChannel_SDK::Impl::onMessageRecieved(const std::string &messa
         if (!self)
             return;
         auto [receiver, keptAlive] = self->receiver();
-        if (receiver)
+        if (receiver) {
+            ymNSLogFlush();  // the receiver may be the companion's own
             receiver->onMessageRecieved(message);
+        }
     });
     return 0;
 }

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/ymMutex.h"
+#include "platform/ymNSLog.h"
 
 class ymCallsUnderWay {
 public:
@@ -86,6 +87,7 @@ public:
                 slot._underWay.end(guard);
             }
         } ending{*this};
+        ymNSLogFlush();  // the lines that led here come before whatever the callback writes
         current(std::forward<Arguments>(arguments)...);
         return true;
     }

@@ -56,6 +56,7 @@ public:
                 reference._underWay.end(guard);
             }
         } ending{*this};
+        ymNSLogFlush();  // the lines that led here come before whatever the receiver writes
         use(*receiver);
         return true;
     }

@@ -23,6 +23,25 @@ void ymNSLogPrepared(const char *text, size_t length);
 void ymNSLogLineV(const char *fileName, int line, const char *format, va_list arguments)
     __attribute__((format(printf, 3, 0)));
 
+// Lines of one piece of work written together. While a batch lives on a thread, the lines that
+// thread writes to a destination that is no pipe or socket (the log's file, say) are kept and
+// written with one write when the batch ends, or sooner: at ymNSLogFlush(), or once 64 KiB are
+// kept. Each line keeps its own time, and the lines of one thread their order; a line of another
+// thread may reach the file before them though its time is later. Batches nest: each end writes
+// what is kept. Lines kept in the parent of a fork are not written again by the child.
+class ymNSLogBatch {
+public:
+    ymNSLogBatch();
+    ~ymNSLogBatch();
+    ymNSLogBatch(const ymNSLogBatch &) = delete;
+    ymNSLogBatch &operator=(const ymNSLogBatch &) = delete;
+};
+
+// Writes the lines this thread's batch keeps, now. Called before anything another thread or
+// process may see (a write to a socket, work posted to a loop, a call into the companion, a
+// child process started), so that the lines that led to it come first. Cheap when nothing is kept.
+void ymNSLogFlush();
+
 // Where lines go from now on: a descriptor of the log file's own, or -1 for standard error (the
 // default). A descriptor given here is written to until another is given; replace the file behind
 // it with dup2() rather than closing it, since another thread may be writing a line, and then

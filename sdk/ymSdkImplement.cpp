@@ -131,6 +131,7 @@ bool ymSdkImplement::RegisterFeature(int64_t features)
 
 int32_t ymSdkImplement::SetAudioCmd(int32_t audioCmd, YMAudioDevice_s audioDevice)
 {
+    ymNSLogBatch batch;  // the command's lines go out together
     YM_LOG(">> %s: cmd = %d", "-[ymSdkImplement SetAudioCmd:audioDevice:]", audioCmd);
     // One look at the meeting client for the whole command.
     std::shared_ptr<const ymClientSnapshot> client = ymClientWatch::shared().current();
@@ -212,6 +213,7 @@ size_t ymSdkImplement::CleanupAudioDevicesAndCount()
 
 int32_t ymSdkImplement::GetIMPresenceStatus()
 {
+    ymNSLogBatch batch;  // the command's lines go out together
     YM_LOG(">> %s start", "-[ymSdkImplement GetIMPresenceStatus]");
     std::shared_ptr<const ymClientSnapshot> client = ymClientWatch::shared().current();
     int32_t error = ymClientChecks::checkYumoAppError(*client);
@@ -243,6 +245,7 @@ bool ymSdkImplement::isRegisteredDevice(const std::optional<std::string> &device
 
 int32_t ymSdkImplement::onMessageRecieved(const std::optional<std::string> &message)
 {
+    ymNSLogBatch batch;  // written before the delegate is called, or at the end
     YM_LOG("%s: message=%s", "-[ymSdkImplement onMessageRecieved:]", ymlog::describe(message));
     if (!message)
         return -1;

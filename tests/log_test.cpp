@@ -22,6 +22,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "foundation/ymCallbackSlot.h"
 #include "foundation/ymLog.h"
 #include "platform/ymLogFormat.h"
 #include "platform/ymNSLog.h"
@@ -110,6 +111,77 @@ TEST(LogLine, TheFormatterWritesWhatPrintfWritesAndLeavesTheRestToIt)
     ymtest::CapturedStderr captured;
     YM_LOG("%s %5.2f|%-4d|%p", "left to printf:", 2.5, 7, static_cast<void *>(nullptr));
     EXPECT_NE(captured.text().find("left to printf:  2.50|7   |(nil)\n"), std::string::npos);
+}
+
+// The write calls this process has made so far.
+long writeCalls()
+{
+    std::istringstream io(ymtest::readFile("/proc/self/io"));
+    for (std::string key, value; io >> key >> value;)
+        if (key == "syscw:")
+            return std::stol(value);
+    return -1;
+}
+
+TEST(LogLine, ABatchWritesItsLinesTogetherAndFirstWhereAnotherMaySeeThem)
+{
+    ymtest::CapturedStderr captured;
+    ymNSLogSetDestination(-1);  // standard error, looked at afresh: a file now
+    bool seenByCallback = false;
+    {
+        ymNSLogBatch batch;
+        const long before = writeCalls();
+        for (int i = 0; i < 10; ++i)
+            YM_LOG("batched %d", i);
+        EXPECT_EQ(writeCalls(), before);
+        EXPECT_EQ(captured.text().find("batched 0"), std::string::npos);
+        // A callback into the companion finds the lines before it written, in one write.
+        ymCallbackSlot<std::function<void()>> slot;
+        slot.set([&] { seenByCallback = captured.text().find("batched 9") != std::string::npos; });
+        slot.call();
+        EXPECT_EQ(writeCalls(), before + 1);
+        // A child process writes after the lines before it; a forked child writes none of the
+        // lines kept here, only its own.
+        YM_LOG("%s", "before the child");
+        CMD::runAsCommand_ret("echo 'from a child' >&2");
+        YM_LOG("%s", "kept at the fork");
+        pid_t child = fork();
+        if (child == 0) {
+            ymNSLogFlush();
+            YM_LOG("%s", "the child's own");
+            ymNSLogFlush();
+            _exit(0);
+        }
+        ASSERT_GT(child, 0);
+        waitpid(child, nullptr, 0);
+    }
+    EXPECT_TRUE(seenByCallback);
+    std::string text = captured.text();
+    EXPECT_LT(text.find("batched 9"), text.find("before the child"));
+    EXPECT_LT(text.find("before the child"), text.find("from a child"));
+    EXPECT_EQ(ymtest::countLinesContaining(text, "kept at the fork"), 1);
+    EXPECT_EQ(ymtest::countLinesContaining(text, "the child's own"), 1);
+    EXPECT_EQ(ymtest::countLinesContaining(text, "log_test.cpp("), ymtest::countLinesContaining(text, "") - 1);  // lines whole
+
+    // A batch past 64 KiB is written without waiting for its end; a pipe gets each line at once.
+    const std::string filler(1000, 'f');
+    {
+        ymNSLogBatch batch;
+        for (int i = 0; i < 70; ++i)
+            YM_LOG("long %d %s", i, filler.c_str());
+        EXPECT_NE(captured.text().find("long 0 "), std::string::npos);
+        int pipe[2];
+        ASSERT_EQ(pipe2(pipe, O_NONBLOCK | O_CLOEXEC), 0);
+        ymNSLogSetDestination(pipe[1]);
+        YM_LOG("%s", "piped");
+        char bytes[512];
+        ssize_t length = read(pipe[0], bytes, sizeof bytes);
+        EXPECT_NE(std::string(bytes, length > 0 ? static_cast<size_t>(length) : 0).find("piped\n"), std::string::npos);
+        ymNSLogSetDestination(-1);
+        close(pipe[0]);
+        close(pipe[1]);
+    }
+    EXPECT_NE(captured.text().find("long 69 "), std::string::npos);
 }
 
 // A hundred lines of about 1 KB each, numbered: more than `limit` bytes in all.

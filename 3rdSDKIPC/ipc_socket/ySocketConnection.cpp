@@ -16,6 +16,7 @@ constexpr int kReadsPerWakeUp = 16;
 
 long sendNow(int fd, const char *bytes, size_t length)
 {
+    ymNSLogFlush();  // the peer may answer at once: the lines before the text come first
     ssize_t sent;
     do {
         sent = ::send(fd, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT);

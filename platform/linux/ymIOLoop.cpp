@@ -19,6 +19,7 @@
 
 #include "platform/ymFork.h"
 #include "platform/ymMutex.h"
+#include "platform/ymNSLog.h"
 
 namespace {
 
@@ -170,6 +171,7 @@ ymIOLoop::Use::~Use()
 
 bool ymIOLoop::post(std::function<void()> work)
 {
+    ymNSLogFlush();  // the lines that led to the work come before its own
     State &state = this->state();
     bool wasEmpty;
     {

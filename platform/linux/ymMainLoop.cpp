@@ -26,6 +26,7 @@
 #include "platform/ymFork.h"
 #include "platform/ymGuarded.h"
 #include "platform/ymMutex.h"
+#include "platform/ymNSLog.h"
 
 namespace {
 
@@ -193,6 +194,7 @@ int ymMainLoop::State::onSourceReady(sd_event_source *, int, uint32_t, void *use
 {
     auto *watched = static_cast<Watched *>(userdata);
     std::shared_ptr<Source> source = watched->source;
+    ymNSLogFlush();  // the companion's own code: the lines before it come first
     guarded("a source", [&] { source->dispatch(); });
     return 0;
 }
@@ -245,8 +247,10 @@ void ymMainLoop::State::serveSourcesDirectly()
             struct pollfd ready = {fd, source->pollEvents(), 0};
             due = source->timeoutMilliseconds() == 0 || (fd >= 0 && poll(&ready, 1, 0) > 0);
         });
-        if (due)
+        if (due) {
+            ymNSLogFlush();
             guarded("a source", [&] { source->dispatch(); });
+        }
     }
 }
 
@@ -296,6 +300,7 @@ ymMainLoop::State &ymMainLoop::state()
 
 void ymMainLoop::post(std::function<void()> work)
 {
+    ymNSLogFlush();  // the lines that led to the work come before its own
     State &state = this->state();
     std::lock_guard<ymMutex> guard(state.queueLock);
     state.queue.push_back(std::move(work));
@@ -346,6 +351,7 @@ size_t ymMainLoop::dispatch()
     std::lock_guard<ymRecursiveMutex> dispatching(state.dispatchLock);
     if (!state.ready())
         return 0;
+    ymNSLogBatch batch;  // the lines of one dispatch go out together
     ++dispatchDepth;
     size_t ran;
     if (sd_event_get_state(state.event) == SD_EVENT_INITIAL) {

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <string>
 #include <mutex>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -153,14 +154,57 @@ void lookIfDue(int64_t second)
         look(destination.load(), limit);
 }
 
-// A formatted line, the keeper's look before it. The caller's errno is kept.
-void emit(const char *text, size_t count, int64_t second)
+// The lines a thread keeps while a batch lives on it.
+struct Batch {
+    int depth = 0;
+    uint64_t generation = 0;  // of ymFork: what a parent kept is not the child's to write
+    int64_t second = 0;       // the last line's
+    std::string kept;
+};
+
+constexpr size_t kBatchLimit = 64 * 1024;
+
+// Lines written with the keeper's look before them. The caller's errno is kept.
+void write(const char *text, size_t count, int64_t second)
 {
     int savedErrno = errno;
     lookIfDue(second);
     writeLine(destination.load(std::memory_order_relaxed), text, count);
     writtenSinceLook.fetch_add(count, std::memory_order_relaxed);
     errno = savedErrno;
+}
+
+void flush(Batch &batch)
+{
+    if (batch.kept.empty())
+        return;
+    if (batch.generation == ymFork::generation())
+        write(batch.kept.data(), batch.kept.size(), batch.second);
+    batch.kept.clear();
+    if (batch.kept.capacity() > kBatchLimit)
+        std::string().swap(batch.kept);
+}
+
+// A formatted line: kept in this thread's batch when there is one and the destination takes
+// lines in bulk (a pipe or a socket gets each line whole, as it comes), written otherwise.
+void emit(const char *text, size_t count, int64_t second)
+{
+    Batch *batch = ymThreadLocalInstance<Batch>();
+    if (batch && batch->depth > 0 && kindOf(destination.load(std::memory_order_relaxed)) == kPlain) {
+        uint64_t generation = ymFork::generation();
+        if (batch->generation != generation) {
+            batch->kept.clear();
+            batch->generation = generation;
+        }
+        batch->kept.append(text, count);
+        batch->second = second;
+        if (batch->kept.size() >= kBatchLimit)
+            flush(*batch);
+        return;
+    }
+    if (batch)
+        flush(*batch);  // kept for a destination that changed since: first
+    write(text, count, second);
 }
 
 // Appends the text; answers the new end, or nothing when it does not fit before `limit`.
@@ -322,8 +366,29 @@ void ymNSLogLine(const char *fileName, int line, const char *format, ...)
     va_end(arguments);
 }
 
+ymNSLogBatch::ymNSLogBatch()
+{
+    if (Batch *batch = ymThreadLocalInstance<Batch>())
+        ++batch->depth;
+}
+
+ymNSLogBatch::~ymNSLogBatch()
+{
+    if (Batch *batch = ymThreadLocalInstance<Batch>()) {
+        --batch->depth;
+        flush(*batch);
+    }
+}
+
+void ymNSLogFlush()
+{
+    if (Batch *batch = ymThreadLocalInstance<Batch>())
+        flush(*batch);
+}
+
 void ymNSLogSetDestination(int fd)
 {
+    ymNSLogFlush();  // what this thread kept goes where it was meant to
     destination.store(fd >= 0 ? fd : STDERR_FILENO);
     destinationChanges.fetch_add(1);
 }

@@ -33,6 +33,7 @@
 
 #include "platform/ymFork.h"
 #include "platform/ymIOLoop.h"
+#include "platform/ymNSLog.h"
 
 namespace {
 
@@ -813,6 +814,7 @@ void ymNotificationCenter::removeObserver(uint64_t token)
 
 void ymNotificationCenter::post(const std::string &name, const std::optional<UserInfo> &userInfo)
 {
+    ymNSLogFlush();  // observers elsewhere may answer at once: the lines before the post come first
     std::vector<std::function<void()>> work;
     try {
         State &s = state();

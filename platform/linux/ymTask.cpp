@@ -1,5 +1,7 @@
 #include "platform/ymTask.h"
 
+#include "platform/ymNSLog.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <spawn.h>
@@ -14,6 +16,7 @@ namespace {
 // Starts "/bin/sh -c commandLine"; when outputFd is not -1 it becomes the child's standard output.
 pid_t spawnShell(const std::string &commandLine, int outputFd)
 {
+    ymNSLogFlush();  // the child writes to the same standard error: after the lines before it
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     if (outputFd >= 0)

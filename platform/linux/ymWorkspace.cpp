@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "platform/ymBundle.h"
+#include "platform/ymNSLog.h"
 #include "platform/ymProcessTable.h"
 
 extern char **environ;
@@ -107,6 +108,7 @@ pid_t launchDetached(const std::string &executablePath, const std::vector<std::s
     int report[2];
     if (pipe2(report, O_CLOEXEC) != 0)
         return -1;
+    ymNSLogFlush();  // the application writes to the same standard error: after the lines before it
     pid_t intermediate = fork();
     if (intermediate < 0) {
         close(report[0]);
