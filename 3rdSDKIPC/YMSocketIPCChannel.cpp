@@ -76,7 +76,7 @@ int32_t YMSocketIPCChannel_SDK::Impl::onMessageRecieved(const std::string &messa
             return;
         auto [receiver, keptAlive] = self->receiver();
         if (receiver) {
-            ymNSLogFlush();  // the receiver may be the companion's own
+            ymNSLogUnbatched unbatched;  // the receiver may be the companion's own
             receiver->onMessageRecieved(message);
         }
     });

@@ -87,7 +87,7 @@ public:
                 slot._underWay.end(guard);
             }
         } ending{*this};
-        ymNSLogFlush();  // the lines that led here come before whatever the callback writes
+        ymNSLogUnbatched unbatched;  // the callback is the companion's
         current(std::forward<Arguments>(arguments)...);
         return true;
     }

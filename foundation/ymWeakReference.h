@@ -56,7 +56,7 @@ public:
                 reference._underWay.end(guard);
             }
         } ending{*this};
-        ymNSLogFlush();  // the lines that led here come before whatever the receiver writes
+        ymNSLogUnbatched unbatched;  // the receiver is the companion's
         use(*receiver);
         return true;
     }

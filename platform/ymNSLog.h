@@ -28,7 +28,8 @@ void ymNSLogLineV(const char *fileName, int line, const char *format, va_list ar
 // written with one write when the batch ends, or sooner: at ymNSLogFlush(), or once 64 KiB are
 // kept. Each line keeps its own time, and the lines of one thread their order; a line of another
 // thread may reach the file before them though its time is later. Batches nest: each end writes
-// what is kept. Lines kept in the parent of a fork are not written again by the child.
+// what is kept. Lines kept in the parent of a fork are not written again by the child; a thread
+// that ends writes what it kept.
 class ymNSLogBatch {
 public:
     ymNSLogBatch();
@@ -38,9 +39,23 @@ public:
 };
 
 // Writes the lines this thread's batch keeps, now. Called before anything another thread or
-// process may see (a write to a socket, work posted to a loop, a call into the companion, a
-// child process started), so that the lines that led to it come first. Cheap when nothing is kept.
+// process may see (a write to a socket, work posted to a loop, a child process started), so that
+// the lines that led to it come first. Cheap when nothing is kept.
 void ymNSLogFlush();
+
+// Around a call into the companion's own code: what this thread kept is written first, and while
+// the call runs every line is written as it comes (lines of the SDK's calls the companion makes,
+// its own output and its exit keep their order), as if no batch lived on the thread.
+class ymNSLogUnbatched {
+public:
+    ymNSLogUnbatched();
+    ~ymNSLogUnbatched();
+    ymNSLogUnbatched(const ymNSLogUnbatched &) = delete;
+    ymNSLogUnbatched &operator=(const ymNSLogUnbatched &) = delete;
+
+private:
+    int _depth = 0;
+};
 
 // Where lines go from now on: a descriptor of the log file's own, or -1 for standard error (the
 // default). A descriptor given here is written to until another is given; replace the file behind
@@ -49,8 +64,9 @@ void ymNSLogFlush();
 void ymNSLogSetDestination(int fd);
 
 // Keeps the log's file in shape while lines are written (no keeper, the default: lines are only
-// written). Before a line is written, once this process has written a sixteenth of `bytes` since
-// the last look (at most 64 KiB; 64 KiB when `bytes` is 0, no limit), or a second has passed
+// written). Before a line (or a batch's lines) is written, once this process has written, these
+// counted, a sixteenth of `bytes` since the last look (at most 64 KiB; 64 KiB when `bytes` is 0,
+// no limit), or a second has passed
 // since it, `look` is called on the writing thread with the destination's descriptor and
 // `bytes`, at most one call at a time in the process; a line written from inside the call is
 // written without a look. The keeper checks that the descriptor still names the log's path and

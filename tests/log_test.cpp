@@ -136,13 +136,19 @@ TEST(LogLine, ABatchWritesItsLinesTogetherAndFirstWhereAnotherMaySeeThem)
         const long afterLines = writeCalls();
         EXPECT_EQ(captured.text().find("batched 0"), std::string::npos);
         // A callback into the companion finds the lines before it written, in one write.
+        // Inside it, the SDK's lines and the companion's own keep their order.
         ymCallbackSlot<std::function<void()>> slot;
-        slot.set([&] { seenByCallback = captured.text().find("batched 9") != std::string::npos; });
+        slot.set([&] {
+            seenByCallback = captured.text().find("batched 9") != std::string::npos;
+            YM_LOG("%s", "the SDK inside the callback");
+            std::fputs("the companion's own line\n", stderr);
+            std::fflush(stderr);
+        });
         slot.call();
         const long afterCallback = writeCalls();
         if (!ymtest::kSanitizerBuild) {  // whose runtime makes write calls of its own
             EXPECT_EQ(afterLines, before);
-            EXPECT_EQ(afterCallback, before + 1);
+            EXPECT_EQ(afterCallback, before + 3);  // the batch, the SDK's line, the companion's
         }
         // A child process writes after the lines before it; a forked child writes none of the
         // lines kept here, only its own.
@@ -161,11 +167,12 @@ TEST(LogLine, ABatchWritesItsLinesTogetherAndFirstWhereAnotherMaySeeThem)
     }
     EXPECT_TRUE(seenByCallback);
     std::string text = captured.text();
+    EXPECT_LT(text.find("the SDK inside the callback"), text.find("the companion's own line"));
     EXPECT_LT(text.find("batched 9"), text.find("before the child"));
     EXPECT_LT(text.find("before the child"), text.find("from a child"));
     EXPECT_EQ(ymtest::countLinesContaining(text, "kept at the fork"), 1);
     EXPECT_EQ(ymtest::countLinesContaining(text, "the child's own"), 1);
-    EXPECT_EQ(ymtest::countLinesContaining(text, "log_test.cpp("), ymtest::countLinesContaining(text, "") - 1);  // lines whole
+    EXPECT_EQ(ymtest::countLinesContaining(text, "log_test.cpp("), ymtest::countLinesContaining(text, "") - 2);  // lines whole
 
     // A batch past 64 KiB is written without waiting for its end; a pipe gets each line at once.
     const std::string filler(1000, 'f');
@@ -319,6 +326,27 @@ TEST_F(Stderr, StaysWhereItWasWhenTheLogCannotBeOpened)
     YM_LOG("%s", "still on the old stream");
     EXPECT_NE(captured.text().find("not redirected"), std::string::npos);
     EXPECT_NE(captured.text().find("still on the old stream"), std::string::npos);
+}
+
+TEST_F(Stderr, ABatchWrittenAfterTheLogWasRemovedReachesTheNewLogOnce)
+{
+    ASSERT_TRUE(ymLogHelper::setTakesStandardError(NO));
+    ASSERT_TRUE(ymLogHelper::setLogSizeLimit(65536));  // a look at the log every 4 KiB written
+    ymLogHelper::redirectNSLog(YES);
+    YM_LOG("%s", "before the removal");
+    ASSERT_EQ(unlink(logPath().c_str()), 0);
+    // The look before the batch's write finds the log gone and opens it anew, which writes what
+    // the thread kept: nothing is left to write twice.
+    const std::string filler(500, 'f');
+    {
+        ymNSLogBatch batch;
+        for (int i = 0; i < 10; ++i)
+            YM_LOG("kept %d %s", i, filler.c_str());
+    }
+    std::string log = ymtest::readFile(logPath());
+    EXPECT_EQ(ymtest::countLinesContaining(log, "kept 0 "), 1);
+    EXPECT_EQ(ymtest::countLinesContaining(log, "kept 9 "), 1);
+    EXPECT_EQ(log.find('\0'), std::string::npos);
 }
 
 TEST_F(Stderr, ALogThatCannotBeEmptiedInPlaceIsDeletedAndMadeAfresh)

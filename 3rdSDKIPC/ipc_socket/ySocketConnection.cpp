@@ -16,7 +16,6 @@ constexpr int kReadsPerWakeUp = 16;
 
 long sendNow(int fd, const char *bytes, size_t length)
 {
-    ymNSLogFlush();  // the peer may answer at once: the lines before the text come first
     ssize_t sent;
     do {
         sent = ::send(fd, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -84,6 +83,7 @@ ySocketConnection::~ySocketConnection()
 ySocketConnection::Written ySocketConnection::write(std::string_view bytes, std::function<void(bool whole)> done,
                                                    bool mayWait)
 {
+    ymNSLogFlush();  // the peer may answer at once: the lines before the text come first
     std::unique_lock<ymMutex> guard(_lock);
     if (_closing || _fd < 0)
         return Written::failed;

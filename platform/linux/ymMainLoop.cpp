@@ -165,8 +165,10 @@ size_t ymMainLoop::State::runQueue()
             work = std::move(queue.front());
             queue.pop_front();
         }
-        if (work)
+        if (work) {
+            ymNSLogUnbatched unbatched;  // the work may be the companion's
             guarded("queued work", work);
+        }
         // What the work held is let go here, before the next item runs.
     }
     std::lock_guard<ymMutex> guard(queueLock);
@@ -194,7 +196,7 @@ int ymMainLoop::State::onSourceReady(sd_event_source *, int, uint32_t, void *use
 {
     auto *watched = static_cast<Watched *>(userdata);
     std::shared_ptr<Source> source = watched->source;
-    ymNSLogFlush();  // the companion's own code: the lines before it come first
+    ymNSLogUnbatched unbatched;  // the companion's own code
     guarded("a source", [&] { source->dispatch(); });
     return 0;
 }
@@ -248,7 +250,7 @@ void ymMainLoop::State::serveSourcesDirectly()
             due = source->timeoutMilliseconds() == 0 || (fd >= 0 && poll(&ready, 1, 0) > 0);
         });
         if (due) {
-            ymNSLogFlush();
+            ymNSLogUnbatched unbatched;
             guarded("a source", [&] { source->dispatch(); });
         }
     }
@@ -351,7 +353,6 @@ size_t ymMainLoop::dispatch()
     std::lock_guard<ymRecursiveMutex> dispatching(state.dispatchLock);
     if (!state.ready())
         return 0;
-    ymNSLogBatch batch;  // the lines of one dispatch go out together
     ++dispatchDepth;
     size_t ran;
     if (sd_event_get_state(state.event) == SD_EVENT_INITIAL) {

@@ -134,12 +134,13 @@ void writeLine(int fd, const char *bytes, size_t count)
     }
 }
 
-// Before a line: lets the keeper look at the log once enough has been written, or a second has
-// passed, since the last look; the kind of the destination is looked at again then too.
-void lookIfDue(int64_t second)
+// Before a line (or the lines of a batch, `coming` bytes): lets the keeper look at the log once
+// enough has been written, these lines counted, or a second has passed, since the last look; the
+// kind of the destination is looked at again then too.
+void lookIfDue(int64_t second, size_t coming)
 {
     // The second is the line's own (its date): no clock is read for this.
-    if (writtenSinceLook.load(std::memory_order_relaxed) < lookEvery.load(std::memory_order_relaxed) &&
+    if (writtenSinceLook.load(std::memory_order_relaxed) + coming < lookEvery.load(std::memory_order_relaxed) &&
         second == lastLookSecond.load(std::memory_order_relaxed))
         return;
     uint64_t limit = sizeLimit.load(std::memory_order_relaxed);
@@ -154,12 +155,16 @@ void lookIfDue(int64_t second)
         look(destination.load(), limit);
 }
 
-// The lines a thread keeps while a batch lives on it.
+void flush(struct Batch &batch);
+
+// The lines a thread keeps while a batch lives on it; what is kept when the thread ends is
+// written then.
 struct Batch {
     int depth = 0;
     uint64_t generation = 0;  // of ymFork: what a parent kept is not the child's to write
     int64_t second = 0;       // the last line's
     std::string kept;
+    ~Batch() { flush(*this); }
 };
 
 constexpr size_t kBatchLimit = 64 * 1024;
@@ -168,7 +173,7 @@ constexpr size_t kBatchLimit = 64 * 1024;
 void write(const char *text, size_t count, int64_t second)
 {
     int savedErrno = errno;
-    lookIfDue(second);
+    lookIfDue(second, count);
     writeLine(destination.load(std::memory_order_relaxed), text, count);
     writtenSinceLook.fetch_add(count, std::memory_order_relaxed);
     errno = savedErrno;
@@ -178,11 +183,15 @@ void flush(Batch &batch)
 {
     if (batch.kept.empty())
         return;
+    // Taken out first: the keeper's look before the write may move the destination, which
+    // flushes again; that flush finds nothing (or only lines written during the look).
+    std::string lines;
+    lines.swap(batch.kept);
     if (batch.generation == ymFork::generation())
-        write(batch.kept.data(), batch.kept.size(), batch.second);
-    batch.kept.clear();
-    if (batch.kept.capacity() > kBatchLimit)
-        std::string().swap(batch.kept);
+        write(lines.data(), lines.size(), batch.second);
+    lines.clear();
+    if (batch.kept.empty() && lines.capacity() <= kBatchLimit)
+        batch.kept.swap(lines);  // its room is used again
 }
 
 // A formatted line: kept in this thread's batch when there is one and the destination takes
@@ -377,6 +386,23 @@ ymNSLogBatch::~ymNSLogBatch()
     if (Batch *batch = ymThreadLocalInstance<Batch>()) {
         --batch->depth;
         flush(*batch);
+    }
+}
+
+ymNSLogUnbatched::ymNSLogUnbatched()
+{
+    if (Batch *batch = ymThreadLocalInstance<Batch>()) {
+        flush(*batch);
+        _depth = batch->depth;
+        batch->depth = 0;
+    }
+}
+
+ymNSLogUnbatched::~ymNSLogUnbatched()
+{
+    if (Batch *batch = ymThreadLocalInstance<Batch>()) {
+        flush(*batch);  // what a batch of the companion's call left, should it have left any
+        batch->depth = _depth;
     }
 }
 
