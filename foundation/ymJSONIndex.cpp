@@ -4,9 +4,6 @@
 
 namespace {
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 // One pass over a text; every scan answers false when what it meets is not plain JSON.
 class Scanner {
 public:
@@ -14,7 +11,7 @@ public:
 
     void skipBlanks()
     {
-        while (_at < _text.size() && isBlank(_text[_at]))
+        while (_at < _text.size() && ymText::isJSONBlank(_text[_at]))
             ++_at;
     }
     bool atEnd() const { return _at == _text.size(); }
@@ -35,6 +32,9 @@ public:
         size_t start = _at;
         bool wide = false;
         for (; _at < _text.size(); ++_at) {
+            _at += ymText::plainJSONStringBytes(_text, _at);
+            if (_at == _text.size())
+                break;
             unsigned char c = static_cast<unsigned char>(_text[_at]);
             if (c == '"')
                 break;
@@ -53,8 +53,8 @@ public:
     {
         take('-');
         if (take('0')) {
-        } else if (_at < _text.size() && isDigit(_text[_at])) {
-            while (_at < _text.size() && isDigit(_text[_at]))
+        } else if (_at < _text.size() && ymText::isDigit(_text[_at])) {
+            while (_at < _text.size() && ymText::isDigit(_text[_at]))
                 ++_at;
         } else {
             return false;
@@ -170,7 +170,7 @@ private:
     bool digits()
     {
         size_t start = _at;
-        while (_at < _text.size() && isDigit(_text[_at]))
+        while (_at < _text.size() && ymText::isDigit(_text[_at]))
             ++_at;
         return _at > start;
     }
@@ -209,7 +209,7 @@ std::optional<int64_t> ymJSONIntegerBits(std::string_view number)
         return std::nullopt;
     uint64_t magnitude = 0;
     for (char c : digits) {
-        if (!isDigit(c))
+        if (!ymText::isDigit(c))
             return std::nullopt;  // a fraction or an exponent: a real
         uint64_t digit = static_cast<uint64_t>(c - '0');
         if (magnitude > (UINT64_MAX - digit) / 10)

@@ -11,6 +11,24 @@
 
 namespace ymText {
 
+// The blanks JSON allows between tokens, and a decimal digit.
+inline bool isJSONBlank(unsigned char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+inline bool isDigit(unsigned char c) { return c >= '0' && c <= '9'; }
+
+// How many bytes from `at` on are printable ASCII but the quote and the backslash: what a JSON
+// string holds as it is written, with nothing to look at.
+inline size_t plainJSONStringBytes(std::string_view text, size_t at)
+{
+    size_t end = at;
+    while (end < text.size()) {
+        unsigned char c = static_cast<unsigned char>(text[end]);
+        if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\')
+            break;
+        ++end;
+    }
+    return end - at;
+}
+
 // Leading blanks and line breaks, an optional sign, decimal digits; 0 when there are none.
 // Values beyond the range saturate at its ends.
 int32_t intValue(std::string_view text);

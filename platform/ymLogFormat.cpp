@@ -1,5 +1,6 @@
 #include "platform/ymLogFormat.h"
 
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <sys/types.h>
@@ -31,17 +32,13 @@ private:
     size_t _written = 0;
 };
 
-void putUnsigned(Output &output, unsigned long long value, unsigned base, bool negative)
+void putNumber(Output &output, unsigned long long magnitude, unsigned base, bool negative)
 {
     char digits[24];
-    size_t count = 0;
-    do {
-        digits[sizeof digits - 1 - count++] = "0123456789abcdef"[value % base];
-        value /= base;
-    } while (value != 0);
+    char *end = std::to_chars(digits, digits + sizeof digits, magnitude, static_cast<int>(base)).ptr;
     if (negative)
-        digits[sizeof digits - 1 - count++] = '-';
-    output.put(digits + sizeof digits - count, count);
+        output.put("-", 1);
+    output.put(digits, static_cast<size_t>(end - digits));
 }
 
 void putString(Output &output, const char *text, int precision)
@@ -68,37 +65,37 @@ int ymLogFormat(char *out, size_t room, const char *format, va_list arguments)
             return output.finish();
         }
         output.put(cursor, static_cast<size_t>(percent - cursor));
-        const char *spec = percent + 1;
-        if (*spec == '%') {
+        const char *directive = percent + 1;
+        if (*directive == '%') {
             output.put("%", 1);
-            cursor = spec + 1;
+            cursor = directive + 1;
             continue;
         }
         int precision = -1;
-        if (*spec == '.') {
-            ++spec;
-            if (*spec == '*') {
+        if (*directive == '.') {
+            ++directive;
+            if (*directive == '*') {
                 precision = va_arg(arguments, int);
-                ++spec;
+                ++directive;
             } else {
                 precision = 0;
-                for (; *spec >= '0' && *spec <= '9'; ++spec) {
+                for (; *directive >= '0' && *directive <= '9'; ++directive) {
                     if (precision > 100000000)
                         return -1;
-                    precision = precision * 10 + (*spec - '0');
+                    precision = precision * 10 + (*directive - '0');
                 }
             }
         }
         int longs = 0;
         bool sized = false;
-        if (*spec == 'z') {
+        if (*directive == 'z') {
             sized = true;
-            ++spec;
+            ++directive;
         } else {
-            for (; *spec == 'l' && longs < 2; ++spec)
+            for (; *directive == 'l' && longs < 2; ++directive)
                 ++longs;
         }
-        const char conversion = *spec;
+        const char conversion = *directive;
         if (conversion == 's' && !sized && longs == 0) {
             putString(output, va_arg(arguments, const char *), precision);
         } else if (precision >= 0) {
@@ -112,16 +109,16 @@ int ymLogFormat(char *out, size_t room, const char *format, va_list arguments)
                               : longs == 1 ? va_arg(arguments, long)
                                            : va_arg(arguments, int);
             unsigned long long magnitude = value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
-            putUnsigned(output, magnitude, 10, value < 0);
+            putNumber(output, magnitude, 10, value < 0);
         } else if (conversion == 'u' || conversion == 'x') {
             unsigned long long value = sized ? va_arg(arguments, size_t)
                                        : longs == 2 ? va_arg(arguments, unsigned long long)
                                        : longs == 1 ? va_arg(arguments, unsigned long)
                                                     : va_arg(arguments, unsigned);
-            putUnsigned(output, value, conversion == 'x' ? 16 : 10, false);
+            putNumber(output, value, conversion == 'x' ? 16 : 10, false);
         } else {
             return -1;
         }
-        cursor = spec + 1;
+        cursor = directive + 1;
     }
 }

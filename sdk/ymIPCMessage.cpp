@@ -86,7 +86,7 @@ void appendEscaped(std::string &out, std::string_view text)
 }
 
 // A result's text, "code:text": read only when it splits into exactly two parts.
-ResultReading resultOf(const std::string &text)
+ResultReading resultOf(std::string_view text)
 {
     ResultReading reading;
     std::vector<std::string> parts = ymText::componentsSeparatedBy(text, ":");
@@ -246,7 +246,7 @@ std::optional<Reading> read(std::string_view text)
     reading.commandId = static_cast<int32_t>(*command);
     const ymJSONIndex::Member *result = message->find("result");
     if (result && result->kind == ymJSONIndex::Kind::string)
-        reading.result = resultOf(std::string(result->value));
+        reading.result = resultOf(result->value);
     std::optional<ymJSONIndex::Member> presence, audio;
     if (!lastInData(*message, presence, audio))
         return std::nullopt;

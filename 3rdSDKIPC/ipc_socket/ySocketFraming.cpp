@@ -8,23 +8,7 @@
 namespace ySocketFraming {
 namespace {
 
-bool isBlank(unsigned char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-bool isDigit(unsigned char c) { return c >= '0' && c <= '9'; }
-bool isHexDigit(unsigned char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
-
-// How many bytes from `at` on a string takes as they are: printable ASCII but its quote and
-// backslash. Most of a message is such runs.
-size_t plainRun(std::string_view bytes, size_t at)
-{
-    size_t end = at;
-    while (end < bytes.size()) {
-        unsigned char c = static_cast<unsigned char>(bytes[end]);
-        if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\')
-            break;
-        ++end;
-    }
-    return end - at;
-}
+bool isHexDigit(unsigned char c) { return ymText::isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
 }  // namespace
 
@@ -61,7 +45,7 @@ void Splitter::feed(std::string_view bytes, Receiver &receiver)
         } else if (_state == State::string) {
             // Inside a string, a run of plain bytes changes nothing but the text: taken at once,
             // up to the size limit (the byte that reaches it is take()'s).
-            size_t run = plainRun(bytes, at);
+            size_t run = ymText::plainJSONStringBytes(bytes, at);
             if (!_discarding)
                 run = std::min(run, kMaximumMessageSize - _text.size());
             if (run > 0) {
@@ -228,7 +212,7 @@ Splitter::Step Splitter::validate(unsigned char c)
                 return close('{');
             [[fallthrough]];
         case State::key:
-            if (isBlank(c))
+            if (ymText::isJSONBlank(c))
                 return Step::taken;
             if (c != '"')
                 return Step::wrong;
@@ -236,7 +220,7 @@ Splitter::Step Splitter::validate(unsigned char c)
             _state = State::string;
             return Step::taken;
         case State::colon:
-            if (isBlank(c))
+            if (ymText::isJSONBlank(c))
                 return Step::taken;
             if (c != ':')
                 return Step::wrong;
@@ -247,9 +231,9 @@ Splitter::Step Splitter::validate(unsigned char c)
                 return close('[');
             [[fallthrough]];
         case State::value:
-            return isBlank(c) ? Step::taken : beginValue(c);
+            return ymText::isJSONBlank(c) ? Step::taken : beginValue(c);
         case State::afterValue:
-            if (isBlank(c))
+            if (ymText::isJSONBlank(c))
                 return Step::taken;
             if (c == ',') {
                 _state = _open.back() == '{' ? State::key : State::value;
@@ -327,7 +311,7 @@ Splitter::Step Splitter::validate(unsigned char c)
             _state = State::numberInteger;
             return Step::taken;
         case State::numberInteger:
-            if (isDigit(c))
+            if (ymText::isDigit(c))
                 return Step::taken;
             [[fallthrough]];
         case State::numberZero:
@@ -337,7 +321,7 @@ Splitter::Step Splitter::validate(unsigned char c)
             }
             [[fallthrough]];
         case State::numberFraction:
-            if (_state == State::numberFraction && isDigit(c))
+            if (_state == State::numberFraction && ymText::isDigit(c))
                 return Step::taken;
             if (c == 'e' || c == 'E') {
                 _state = State::numberE;
@@ -346,7 +330,7 @@ Splitter::Step Splitter::validate(unsigned char c)
             _state = State::afterValue;
             continue;
         case State::numberDot:
-            if (!isDigit(c))
+            if (!ymText::isDigit(c))
                 return Step::wrong;
             _state = State::numberFraction;
             return Step::taken;
@@ -357,12 +341,12 @@ Splitter::Step Splitter::validate(unsigned char c)
             }
             [[fallthrough]];
         case State::numberESign:
-            if (!isDigit(c))
+            if (!ymText::isDigit(c))
                 return Step::wrong;
             _state = State::numberExponent;
             return Step::taken;
         case State::numberExponent:
-            if (isDigit(c))
+            if (ymText::isDigit(c))
                 return Step::taken;
             _state = State::afterValue;
             continue;

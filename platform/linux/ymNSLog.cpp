@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -225,24 +226,6 @@ char *append(char *cursor, const char *limit, const char *text, size_t length)
     return cursor + length;
 }
 
-char *appendNumber(char *cursor, const char *limit, long value, int minimumDigits)
-{
-    char digits[24];
-    int count = 0;
-    bool negative = value < 0;
-    unsigned long magnitude = negative ? 0UL - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
-    do {
-        digits[count++] = static_cast<char>('0' + magnitude % 10);
-        magnitude /= 10;
-    } while (magnitude != 0 || count < minimumDigits);
-    if (negative)
-        digits[count++] = '-';
-    char ordered[24];
-    for (int i = 0; i < count; ++i)
-        ordered[i] = digits[count - 1 - i];
-    return append(cursor, limit, ordered, static_cast<size_t>(count));
-}
-
 // "2026-11-21 16:08:24.123 name[pid:tid] ". The date is formatted once a second and the process
 // part once a thread (again after a fork); the rest is copied, not printf'd, since this runs for
 // every line. Answers the end, or nothing when it does not fit; `second` is the line's.
@@ -287,7 +270,8 @@ char *writeHead(char *buffer, const char *limit, const char *fileName, int line,
     char *cursor = writeTime(buffer, limit, second);
     cursor = append(cursor, limit, fileName, std::strlen(fileName));
     cursor = append(cursor, limit, "(", 1);
-    cursor = appendNumber(cursor, limit, line, 1);
+    char digits[16];
+    cursor = append(cursor, limit, digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, line).ptr - digits));
     return append(cursor, limit, ") ", 2);
 }
 
