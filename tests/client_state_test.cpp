@@ -132,35 +132,6 @@ TEST_F(ClientState, BundleRemovedWhileTheClientRunsIsToldAsItsEnd)
     EXPECT_EQ(told.size(), before + 3);
 }
 
-TEST_F(ClientState, AClientWhoseProcessesComeAndGoQuitsWhenTheLastEnds)
-{
-    auto first = std::make_unique<ymtest::RunningClient>(ymtest::RunningClient::silent("5.6.0"));
-    waitFor(ymClientChangeStarted);
-    const size_t before = told.size();
-
-    // A second process of the client, found by a look that a change in its bundle asks for: the
-    // watch follows both, the first on the descriptor it had already.
-    const std::string executable = bundle() + "/Contents/MacOS/yumoapp";
-    auto second = std::make_unique<ymtest::ChildProcess>(executable, std::vector<std::string>{"300"});
-    ASSERT_TRUE(ymtest::eventuallyRuns(second->pid(), executable));
-    auto lookedAfter = [](uint64_t taken) {
-        return ymtest::runMainLoopUntil([taken] { return ymClientWatch::snapshotsTaken() > taken; }, std::chrono::seconds(30));
-    };
-    uint64_t taken = ymClientWatch::snapshotsTaken();
-    ymtest::writeFile(bundle() + "/Contents/Info.plist", ymtest::readFile(bundle() + "/Contents/Info.plist"));
-    ASSERT_TRUE(lookedAfter(taken));
-
-    // The first ends, then the second: the client quit once, when the last went.
-    taken = ymClientWatch::snapshotsTaken();
-    first.reset();
-    ASSERT_TRUE(lookedAfter(taken));
-    EXPECT_TRUE(sdk->GetClientState().running);
-    second.reset();
-    EXPECT_EQ(fields(waitFor(ymClientChangeQuit)), fields({ymClientChangeQuit, true, false, ymClientTransportNone, "5.6.0", bundle()}));
-    ymMainLoop::shared().runFor(std::chrono::milliseconds(500));
-    EXPECT_EQ(told.size(), before + 1) << toldText();
-}
-
 TEST_F(ClientState, InstalledWhereItsDefaultsSayIsToldAtOnce)
 {
     // The client registered the folder it lives in, with a "/" at the end as it writes it, and is

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <numeric>
+#include <optional>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -394,7 +395,7 @@ int waitStatus(pid_t pid)
     return status;
 }
 
-TEST_F(Stderr, FourProcessesCuttingTheLogKeepEveryLineFromTheLastCutOn)
+TEST_F(Stderr, FourProcessesCuttingTheLogKeepEveryLineFromTheLastCutOnBatchedOrNot)
 {
     ASSERT_TRUE(ymLogHelper::setLogSizeLimit(65536));
     ymLogHelper::redirectNSLog(NO);
@@ -407,8 +408,14 @@ TEST_F(Stderr, FourProcessesCuttingTheLogKeepEveryLineFromTheLastCutOn)
         writers[w] = forked([&, w] {
             ymLogHelper::redirectNSLog(NO);  // as a companion starting: a descriptor of its own
             std::string filler(100, static_cast<char>('a' + w));
-            for (int i = 0; i < kLines - 1; ++i)
-                YM_LOG("writer %d line %d %s", w, i, filler.c_str());
+            for (int i = 0; i < kLines - 1;) {
+                // Writers 2 and 3 write as a command does: 13 lines at a time.
+                std::optional<ymNSLogBatch> batch;
+                if (w >= 2)
+                    batch.emplace();
+                for (int end = std::min(i + 13, kLines - 1); i < end; ++i)
+                    YM_LOG("writer %d line %d %s", w, i, filler.c_str());
+            }
             // The last line once the test holds the cut's lock: no later cut takes it away.
             char byte;
             if (write(ready[1], "r", 1) != 1 || read(go[0], &byte, 1) != 1)
